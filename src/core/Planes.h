@@ -1,0 +1,72 @@
+// Format dispatch and plane iteration shared by the pixel effects.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "libfilter/GVideoFrame.h"
+#include "libfilter/PixelFormat.h"
+
+namespace MediaCore {
+
+// The two layouts effects understand; every other format passes through untouched.
+enum class FormatFamily { Other, PackedBgra, PlanarYuv };
+
+// Planar 8-bit YUV formats the effects accept: 0, 4, 6, 7, 12, 13, 35 and 90.
+constexpr uint64_t kPlanarYuvMask = (1ull << PIXFMT_YUV420P) | (1ull << PIXFMT_YUV422P) |
+                                    (1ull << PIXFMT_YUV410P) | (1ull << PIXFMT_YUV411P) |
+                                    (1ull << PIXFMT_YUV420P_12) | (1ull << PIXFMT_YUV422P_13) |
+                                    (1ull << PIXFMT_YUVA420P);
+
+constexpr bool IsPlanarYuv(int format) {
+    return (static_cast<unsigned>(format) < 36 && ((kPlanarYuvMask >> format) & 1)) ||
+           format == PIXFMT_PLANAR4_FULL;
+}
+
+constexpr FormatFamily FamilyOf(int format) {
+    if (format == PIXFMT_BGRA32) return FormatFamily::PackedBgra;
+    return IsPlanarYuv(format) ? FormatFamily::PlanarYuv : FormatFamily::Other;
+}
+
+// Formats 35 and 90 carry a fourth (alpha or full-size) plane.
+constexpr unsigned PlanarPlaneCount(int format) {
+    return format == PIXFMT_YUVA420P || format == PIXFMT_PLANAR4_FULL ? 4 : 3;
+}
+
+// One plane as GetBuffer answers it: rows start `pitch` bytes apart in memory order.
+struct Plane {
+    uint8_t* data = nullptr;
+    unsigned rowBytes = 0;
+    unsigned pitch = 0;
+    unsigned rows = 0;
+
+    bool Empty() const { return data == nullptr || rows == 0 || rowBytes == 0; }
+    uint8_t* Row(unsigned y) const { return data + size_t{y} * pitch; }
+};
+
+inline Plane GetPlane(GVideoFrame* frame, unsigned index) {
+    Plane p;
+    p.data = frame->GetBuffer(index, &p.rowBytes, &p.pitch, &p.rows);
+    return p;
+}
+
+// Plane 0 of a BGRA frame cut to whole pixels; empty when a row holds none.
+inline Plane GetPackedPlane(GVideoFrame* frame) {
+    Plane p = GetPlane(frame, 0);
+    p.rowBytes &= ~3u;
+    return p;
+}
+
+// Calls fn(span, bytes) over the first `bytes` bytes of every row; rows that touch in memory
+// are handed over as one span, which keeps short rows off the per-call overhead.
+template <class Fn>
+void ForEachSpan(const Plane& p, Fn&& fn) {
+    if (p.Empty()) return;
+    if (p.pitch == p.rowBytes) {
+        fn(p.data, size_t{p.rowBytes} * p.rows);
+        return;
+    }
+    for (unsigned y = 0; y < p.rows; ++y) fn(p.Row(y), size_t{p.rowBytes});
+}
+
+}  // namespace MediaCore

@@ -1,0 +1,57 @@
+#include "core/ErrorReport.h"
+#include "libfilter/EffectBase.h"
+#include "libfilter/Siblings.h"
+
+namespace MediaCore {
+
+constexpr const char* kFile = ErrorFile::kVideoEffectBase;
+
+CVideoEffectBase::CVideoEffectBase(AVProcessorID id, unsigned subtype)
+    : CProcessor(id, 1, subtype), duration_(1) {
+    AddInterface(kVideoProcessorInterface, static_cast<GVideoProcessor*>(this));
+    AddProperty("duration", PropertyNode::Int32(1));
+}
+
+int CVideoEffectBase::OnSetProperty(const std::string& name, PropertyNode& node) {
+    const int result = CProcessor::OnSetProperty(name, node);
+    if (name == "duration") duration_ = static_cast<unsigned>(node.parsed.i32);
+    return result;
+}
+
+bool CVideoEffectBase::Seek(unsigned int) { return true; }
+unsigned CVideoEffectBase::GetDuration() { return duration_; }
+GVideoFrame* CVideoEffectBase::ProcFrame(ImagePostion*, int, GVideoFrame*) { return nullptr; }
+void CVideoEffectBase::ProcFrameInPlace(ImagePostion*, int, GVideoFrame*) {}
+void CVideoEffectBase::BlendFrame(const ImagePostion*, int, GVideoFrame*, GVideoFrame*) {}
+
+CImageEffectBase::CImageEffectBase(AVProcessorID id) : CVideoEffectBase(id, 2) {}
+
+CImageEffectBase::~CImageEffectBase() = default;
+
+GVideoFrame* CImageEffectBase::ProcFrame(ImagePostion* position, int n, GVideoFrame* frame) {
+    return LF_GUARDED(kFile, [&]() -> GVideoFrame* {
+        LF_REQUIRE(kFile, position);
+        LF_REQUIRE(kFile, frame);
+        workFrame_.reset(frame->Clone());
+        if (!workFrame_) {
+            // Clone reported its own failure; carry it on so the caller sees a null result.
+            IException* sink = GetGException();
+            if (sink != nullptr && sink->HasError()) {
+                const char* message = sink->GetMessage();
+                Raise(kFile, __LINE__, message != nullptr ? message : "", sink->GetCode());
+            }
+        }
+        ProcFrameInner(position, n, workFrame_.get());
+        return workFrame_.get();
+    });
+}
+
+void CImageEffectBase::ProcFrameInPlace(ImagePostion* position, int n, GVideoFrame* frame) {
+    LF_GUARDED(kFile, [&] {
+        LF_REQUIRE(kFile, position);
+        LF_REQUIRE(kFile, frame);
+        ProcFrameInner(position, n, frame);
+    });
+}
+
+}  // namespace MediaCore
