@@ -2,6 +2,9 @@
 
 #include <random>
 
+#include "core/Simd.h"
+#include "libfilter/GVideoProcessor.h"
+
 namespace testing_support {
 
 std::string ShapeName(const FrameShape& s) {
@@ -64,6 +67,63 @@ bool TestImage::GuardsIntact() const {
         }
     }
     return true;
+}
+
+int HostFrame::clones = 0;
+int HostFrame::frees = 0;
+
+MediaCore::GVideoFrame* HostFrame::Clone() {
+    if (cloneFailure == CloneFailure::Silent) return nullptr;
+    if (cloneFailure == CloneFailure::WithError) {
+        GetGException()->SetErrorCode(12, "copy refused", 1, "HostFrame");
+        return nullptr;
+    }
+    ++clones;
+    auto* copy = new HostFrame(*this);
+    copy->isCopy = true;
+    return copy;
+}
+
+void HostFrame::Free() {
+    if (!isCopy) return;
+    ++frees;
+    delete this;
+}
+
+std::vector<FrameShape> KernelShapes(const std::vector<int>& formats) {
+    std::vector<FrameShape> shapes;
+    for (int format : formats) {
+        for (unsigned width : {1u, 2u, 5u, 17u, 35u, 67u, 130u}) {
+            for (unsigned padding : {0u, 3u, 13u}) {
+                for (bool bottomUp : {false, true}) {
+                    shapes.push_back({format, width, 7, padding, bottomUp});
+                }
+            }
+        }
+    }
+    return shapes;
+}
+
+std::string FirstLevelDiffering(MediaCore::GProcessor* effect, const FrameShape& shape, bool crop,
+                                uint32_t seed) {
+    using namespace MediaCore;
+    auto* processor = static_cast<GVideoProcessor*>(effect->GetInterface(kVideoProcessorInterface));
+    auto run = [&](Simd::Level level) {
+        TestImage image(shape, seed);
+        if (crop) image.Frame().CropRightAndBottom(shape.width / 3, 2);
+        ImagePostion position{};
+        Simd::SetLevelLimit(level);
+        processor->ProcFrameInPlace(&position, 0, &image.Frame());
+        Simd::SetLevelLimit(Simd::kAvx512);
+        return image.Snapshot();
+    };
+    const std::vector<uint8_t> reference = run(Simd::kScalar);
+    for (int level = Simd::kSse2; level <= Simd::HostLevel(); ++level) {
+        if (run(static_cast<Simd::Level>(level)) != reference) {
+            return Simd::LevelName(static_cast<Simd::Level>(level));
+        }
+    }
+    return "";
 }
 
 }  // namespace testing_support

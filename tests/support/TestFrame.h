@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "libfilter/CVideoFrame.h"
+#include "libfilter/GProcessor.h"
 #include "libfilter/Siblings.h"
 
 namespace testing_support {
@@ -52,6 +53,33 @@ private:
     std::vector<PlaneMemory> planes_;
     std::unique_ptr<MediaCore::CVideoFrame> frame_;
 };
+
+// A host frame that counts its copies and frees, and can pose as another format or fail to
+// copy (silently or with an error left in the sink).
+class HostFrame : public MediaCore::CVideoFrame {
+public:
+    using CVideoFrame::CVideoFrame;
+    HostFrame(const HostFrame& other) = default;
+
+    int GetPixelFormat() override { return posedFormat >= -1 ? posedFormat : CVideoFrame::GetPixelFormat(); }
+    MediaCore::GVideoFrame* Clone() override;
+    void Free() override;
+
+    static int clones;
+    static int frees;
+    int posedFormat = -2;  // -2: answer the real format
+    enum class CloneFailure { None, Silent, WithError } cloneFailure = CloneFailure::None;
+    bool isCopy = false;
+};
+
+// Frame shapes for comparing a kernel's forms: odd and even widths, pitch padding, both row
+// orders and a right/bottom crop, over the given formats.
+std::vector<FrameShape> KernelShapes(const std::vector<int>& formats);
+
+// Runs `effect` in place on the same random frame at every instruction-set level this machine
+// has and returns the first level whose bytes differ from the scalar rule's ("" if none).
+std::string FirstLevelDiffering(MediaCore::GProcessor* effect, const FrameShape& shape,
+                                bool crop, uint32_t seed);
 
 // Counts the reports liblog's sink takes from the moment it is made.
 class ReportWatch {

@@ -1,0 +1,133 @@
+// The factory and the effect bases, driven through libfilter_GetFilter as a host does.
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "libfilter/libfilter.h"
+#include "support/TestFrame.h"
+
+using namespace MediaCore;
+using testing_support::HostFrame;
+using testing_support::ReportWatch;
+
+namespace {
+
+// Ids the factory builds so far.
+const std::set<unsigned> kLanded = {AVPROCESSOR_INVERT};
+
+struct EffectFixture : testing::Test {
+    GVideoProcessor* effect = libfilter_GetFilter(nullptr, AVPROCESSOR_INVERT);
+    ImagePostion position{};
+    void SetUp() override {
+        ASSERT_NE(effect, nullptr);
+        HostFrame::clones = HostFrame::frees = 0;
+    }
+    void TearDown() override {
+        if (effect != nullptr) effect->Free();
+    }
+};
+
+}  // namespace
+
+TEST(Factory, BuildsLandedIdsAndRefusesTheRest) {
+    for (unsigned id = 0; id < 40; ++id) {
+        ReportWatch watch;
+        GVideoProcessor* effect = libfilter_GetFilter(nullptr, id);
+        if (kLanded.count(id) != 0) {
+            ASSERT_NE(effect, nullptr) << id;
+            EXPECT_EQ(effect->GetID(), id);
+            EXPECT_EQ(effect->GetType(), 1u);
+            EXPECT_EQ(effect->GetSubType(), 2u);
+            EXPECT_EQ(watch.Count(), 0u);
+            effect->Free();
+        } else {
+            EXPECT_EQ(effect, nullptr) << id;
+            EXPECT_EQ(watch.Count(), 1u) << id;
+            EXPECT_EQ(watch.LastMessage(), "No the effect=" + std::to_string(id));
+            EXPECT_EQ(watch.LastFile(), "CommonEffects");
+        }
+    }
+    ReportWatch watch;
+    EXPECT_EQ(libfilter_GetFilter(nullptr, 0xFFFFFFFFu), nullptr);
+    EXPECT_EQ(watch.LastMessage(), "No the effect=-1");
+}
+
+TEST_F(EffectFixture, PropertiesAndInterfaceOfEveryEffect) {
+    EXPECT_EQ(effect->GetInterface("libcorevideoprocinterface"), effect);
+    GStringList* names = effect->GetPropertyNames();
+    ASSERT_NE(names, nullptr);
+    ASSERT_EQ(names->GetCount(), 1u);
+    EXPECT_STREQ(names->GetAt(0)->GetString(), "duration");
+    names->Free();
+    int type = -1;
+    EXPECT_STREQ(effect->GetProperty("duration", &type), "1");
+    EXPECT_EQ(type, 3);
+    EXPECT_EQ(effect->GetDuration(), 1u);
+    EXPECT_TRUE(effect->SetProperty("duration", "25"));
+    EXPECT_EQ(effect->GetDuration(), 25u);
+    EXPECT_TRUE(effect->Seek(12345));
+}
+
+TEST_F(EffectFixture, ProcFrameReturnsAnOwnedCopyFreedByTheNextCall) {
+    HostFrame frame(false, PIXFMT_BGRA32, 4, 2, true);
+    std::vector<unsigned char> pixels(32, 0x10);
+    unsigned char* data[] = {pixels.data()};
+    int pitches[] = {16};
+    frame.SetBuffer(data, pitches, nullptr);
+
+    GVideoFrame* first = effect->ProcFrame(&position, 0, &frame);
+    ASSERT_NE(first, nullptr);
+    EXPECT_NE(first, &frame);
+    EXPECT_EQ(pixels[0], 0x10);  // the host's frame is untouched
+    unsigned rowBytes, pitch, rows;
+    EXPECT_EQ(first->GetBuffer(0, &rowBytes, &pitch, &rows)[0], 0xEF);
+    GVideoFrame* second = effect->ProcFrame(&position, 0, &frame);
+    ASSERT_NE(second, nullptr);
+    EXPECT_EQ(HostFrame::clones, 2);
+    EXPECT_EQ(HostFrame::frees, 1);
+
+    // A failing call keeps the work frame it holds.
+    ReportWatch watch;
+    EXPECT_EQ(effect->ProcFrame(&position, 0, nullptr), nullptr);
+    EXPECT_EQ(effect->ProcFrame(nullptr, 0, &frame), nullptr);
+    EXPECT_EQ(watch.Count(), 2u);
+    EXPECT_EQ(watch.LastMessage(), "fatal error:null pointer");
+    EXPECT_EQ(watch.LastFile(), "CVideoEffectBase");
+    EXPECT_EQ(HostFrame::frees, 1);
+    effect->Free();
+    effect = nullptr;
+    EXPECT_EQ(HostFrame::frees, 2);
+}
+
+TEST_F(EffectFixture, FailedCopyCarriesThePendingError) {
+    HostFrame frame(false, PIXFMT_BGRA32, 4, 2, true);
+    frame.cloneFailure = HostFrame::CloneFailure::WithError;
+    ReportWatch watch;
+    EXPECT_EQ(effect->ProcFrame(&position, 0, &frame), nullptr);
+    EXPECT_EQ(watch.Count(), 1u);
+    EXPECT_EQ(watch.LastMessage(), "copy refused");
+    EXPECT_EQ(GetGException()->GetCode(), 12);
+    EXPECT_EQ(watch.LastFile(), "CVideoEffectBase");
+
+    GetGException()->Clear();
+    frame.cloneFailure = HostFrame::CloneFailure::Silent;
+    EXPECT_EQ(effect->ProcFrame(&position, 0, &frame), nullptr);
+    EXPECT_EQ(watch.Count(), 1u);  // nothing pending: a quiet null
+}
+
+TEST_F(EffectFixture, ProcFrameInPlaceChecksItsArguments) {
+    std::vector<unsigned char> pixels(16, 0x20);
+    unsigned char* data[] = {pixels.data()};
+    int pitches[] = {16};
+    CVideoFrame frame(false, PIXFMT_BGRA32, 4, 1, true);
+    frame.SetBuffer(data, pitches, nullptr);
+    ReportWatch watch;
+    effect->ProcFrameInPlace(nullptr, 0, &frame);
+    effect->ProcFrameInPlace(&position, 0, nullptr);
+    EXPECT_EQ(watch.Count(), 2u);
+    EXPECT_EQ(pixels[0], 0x20);
+    effect->ProcFrameInPlace(&position, 0, &frame);
+    EXPECT_EQ(pixels[0], 0xDF);
+    effect->BlendFrame(&position, 0, &frame, &frame);
+    EXPECT_EQ(pixels[0], 0xDF);
+}

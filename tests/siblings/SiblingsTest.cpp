@@ -1,0 +1,106 @@
+// The shipped siblings: error sink, logger and libcore.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <vector>
+
+#include "libfilter/IException.h"
+#include "libfilter/Siblings.h"
+
+namespace {
+
+// A host sink that records what reaches it.
+class RecordingSink : public IException {
+public:
+    const char* GetMessage() override { return message.c_str(); }
+    const char* GetFile() override { return ""; }
+    unsigned GetLine() override { return 0; }
+    void SetError(const char* msg, unsigned, const char*) override { message = msg; }
+    bool HasError() override { return !message.empty(); }
+    void Report(IException* e) override {
+        ++reports;
+        if (e != nullptr) message = e->GetMessage();
+    }
+    void Clear() override { message.clear(); }
+    void SetErrorCode(int, const char* msg, unsigned, const char*) override { message = msg; }
+    int GetCode() override { return 0; }
+
+    std::string message;
+    int reports = 0;
+};
+
+}  // namespace
+
+TEST(Siblings, SinkKeepsLastErrorAndLogsOneLinePerReport) {
+    IException* sink = GetGException();
+    GLogger* logger = GetLogger();
+    const int level = logger->GetLevel();
+    logger->SetLevel(LOG_LEVEL_ERROR);
+    const unsigned before = liblog_GetReportCount();
+
+    testing::internal::CaptureStderr();
+    GException error("disk on fire", 42, "Module");
+    sink->Report(&error);
+    sink->SetError("second", 7, "Other");
+    sink->Report(nullptr);
+    logger->Log(LOG_LEVEL_WARNING, "Quiet", 1, "filtered out");
+    const std::string log = testing::internal::GetCapturedStderr();
+    logger->SetLevel(level);
+
+    EXPECT_EQ(liblog_GetReportCount() - before, 2u);
+    EXPECT_EQ(log, "error Module:42 disk on fire\nerror Other:7 second\n");
+    EXPECT_STREQ(sink->GetMessage(), "second");
+    EXPECT_TRUE(sink->HasError());
+    sink->Clear();
+    EXPECT_FALSE(sink->HasError());
+    EXPECT_EQ(sink->GetLine(), 0u);
+}
+
+TEST(Siblings, HostSinkTakesOver) {
+    RecordingSink host;
+    IException* ours = liblog_SetGException(&host);
+    EXPECT_EQ(GetGException(), &host);
+    GException error("to the host", 1, "f");
+    GetGException()->Report(&error);
+    EXPECT_EQ(liblog_SetGException(nullptr), &host);
+    EXPECT_EQ(GetGException(), ours);
+    EXPECT_EQ(host.reports, 1);
+    EXPECT_EQ(host.message, "to the host");
+}
+
+TEST(Siblings, GExceptionFields) {
+    GException e;
+    EXPECT_FALSE(e.HasError());
+    e.SetError(nullptr, 5, "ignored");
+    EXPECT_FALSE(e.HasError());
+    e.SetErrorCode(9, "msg", 5, nullptr);
+    EXPECT_TRUE(e.HasError());
+    EXPECT_EQ(e.GetCode(), 9);
+    EXPECT_STREQ(e.GetFile(), "");
+    e.SetError("again", 6, "file");
+    EXPECT_EQ(e.GetCode(), 0);
+    EXPECT_STREQ(e.GetFile(), "file");
+    e.Clear();
+    EXPECT_STREQ(e.GetMessage(), "");
+    EXPECT_FALSE(e.HasError());
+}
+
+TEST(Siblings, CoreCopiesAndKnowsTheProcessor) {
+    std::vector<unsigned char> from(1000), to(1000);
+    for (size_t i = 0; i < from.size(); ++i) from[i] = static_cast<unsigned char>(i * 7);
+    EXPECT_EQ(libcore_memcpy(to.data(), from.data(), from.size()), to.data());
+    EXPECT_EQ(from, to);
+    EXPECT_EQ(libcore_memcpy(nullptr, nullptr, 0), nullptr);
+
+    const unsigned caps = libcore_GetCpuCapability();
+#if defined(__x86_64__)
+    __builtin_cpu_init();
+    EXPECT_EQ((caps & CPU_CAP_SSE2) != 0, __builtin_cpu_supports("sse2") != 0);
+    EXPECT_EQ((caps & CPU_CAP_SSSE3) != 0, __builtin_cpu_supports("ssse3") != 0);
+    EXPECT_EQ((caps & CPU_CAP_SSE41) != 0, __builtin_cpu_supports("sse4.1") != 0);
+    EXPECT_EQ((caps & CPU_CAP_AVX2) != 0, __builtin_cpu_supports("avx2") != 0);
+    EXPECT_EQ((caps & CPU_CAP_AVX512BW) != 0, __builtin_cpu_supports("avx512bw") != 0);
+#else
+    EXPECT_EQ(caps, 0u);
+#endif
+}
