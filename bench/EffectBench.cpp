@@ -49,7 +49,8 @@ public:
         }
         block_.Resize(static_cast<unsigned>(total), "bench", __LINE__);
         std::mt19937 rng(1);
-        for (unsigned i = 0; i < total; ++i) block_.Data()[i] = static_cast<unsigned char>(rng());
+        for (unsigned i = 0; i < total; ++i)
+            block_.Data()[i] = static_cast<unsigned char>(rng());
         size_t offset = 0;
         for (unsigned i = 0; i < frame_.GetBufferCount(); ++i) {
             const auto* plane = frame_.GetBuffer(i);
@@ -89,7 +90,8 @@ void BenchEffect(benchmark::State& state, Effect effect, Format format, Size siz
                  Simd::Level level) {
     BenchFrame frame(format.number, size.width, size.height);
     GVideoProcessor* processor = libfilter_GetFilter(nullptr, effect.id);
-    for (const auto& [name, value] : effect.properties) processor->SetProperty(name, value);
+    for (const auto& [name, value] : effect.properties)
+        processor->SetProperty(name, value);
     ImagePostion position{};
     Simd::SetLevelLimit(level);
     for (auto _ : state) {
@@ -139,9 +141,9 @@ int main(int argc, char** argv) {
                 const std::string name = std::string(effect.name) + "/" + Key(format, size);
                 benchmark::RegisterBenchmark(name.c_str(), BenchEffect, effect, format, size,
                                              Simd::kAvx512);
-                benchmark::RegisterBenchmark((std::string(effect.name) + "@scalar/" +
-                                              Key(format, size)).c_str(),
-                                             BenchEffect, effect, format, size, Simd::kScalar);
+                benchmark::RegisterBenchmark(
+                    (std::string(effect.name) + "@scalar/" + Key(format, size)).c_str(),
+                    BenchEffect, effect, format, size, Simd::kScalar);
             }
         }
     }

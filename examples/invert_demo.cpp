@@ -57,9 +57,10 @@ void Describe(const char* title, int format, GVideoProcessor* effect) {
                 changed += out[size_t{y} * pitch + x] != in[size_t{y} * rowBytes + x];
             }
         }
-        std::printf("  plane %u: %zu of %zu bytes changed; first bytes %3u %3u %3u %3u -> %3u %3u %3u %3u\n",
-                    i, changed, in.size(), in[0], in[1], in[2], in[3], out[0], out[1], out[2],
-                    out[3]);
+        std::printf(
+            "  plane %u: %zu of %zu bytes changed; first bytes %3u %3u %3u %3u -> %3u %3u %3u "
+            "%3u\n",
+            i, changed, in.size(), in[0], in[1], in[2], in[3], out[0], out[1], out[2], out[3]);
     }
 }
 

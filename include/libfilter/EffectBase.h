@@ -28,8 +28,7 @@ public:
     unsigned GetDuration() override;
     GVideoFrame* ProcFrame(ImagePostion* position, int n, GVideoFrame* frame) override;
     void ProcFrameInPlace(ImagePostion* position, int n, GVideoFrame* frame) override;
-    void BlendFrame(const ImagePostion* position, int n, GVideoFrame* a,
-                    GVideoFrame* b) override;
+    void BlendFrame(const ImagePostion* position, int n, GVideoFrame* a, GVideoFrame* b) override;
 
 protected:
     CVideoEffectBase(AVProcessorID id, unsigned subtype);

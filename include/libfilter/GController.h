@@ -36,8 +36,8 @@ public:
     virtual void Reserved4() = 0;
     virtual void Reserved5() = 0;
     virtual void Reserved6() = 0;
-    virtual GFrameConverter* CreateFrameConverter(int pixelFormat, unsigned width,
-                                                  unsigned height, int option) = 0;
+    virtual GFrameConverter* CreateFrameConverter(int pixelFormat, unsigned width, unsigned height,
+                                                  int option) = 0;
 
 protected:
     ~GController() = default;

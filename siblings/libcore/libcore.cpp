@@ -33,8 +33,8 @@ unsigned DetectCapability() {
     const bool osxsave = (ecx & bit_OSXSAVE) != 0;
     if (!osxsave) return caps;
     const unsigned long long xcr0 = ReadXcr0();
-    const bool ymmSaved = (xcr0 & 0x6) == 0x6;     // SSE and AVX state
-    const bool zmmSaved = (xcr0 & 0xE6) == 0xE6;   // plus opmask and upper ZMM state
+    const bool ymmSaved = (xcr0 & 0x6) == 0x6;    // SSE and AVX state
+    const bool zmmSaved = (xcr0 & 0xE6) == 0xE6;  // plus opmask and upper ZMM state
     if (__get_cpuid_max(0, nullptr) < 7) return caps;
     __cpuid_count(7, 0, eax, ebx, ecx, edx);
     if (ymmSaved && (ebx & bit_AVX2)) caps |= CPU_CAP_AVX2;
@@ -42,7 +42,9 @@ unsigned DetectCapability() {
     return caps;
 }
 #else
-unsigned DetectCapability() { return 0; }
+unsigned DetectCapability() {
+    return 0;
+}
 #endif
 
 }  // namespace

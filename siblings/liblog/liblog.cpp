@@ -10,13 +10,20 @@ namespace {
 
 const char* LevelName(int level) {
     switch (level) {
-        case LOG_LEVEL_DEBUG: return "debug";
-        case LOG_LEVEL_INFO: return "info";
-        case LOG_LEVEL_NOTICE: return "notice";
-        case LOG_LEVEL_WARNING: return "warning";
-        case LOG_LEVEL_ERROR: return "error";
-        case LOG_LEVEL_FATAL: return "fatal";
-        default: return nullptr;
+        case LOG_LEVEL_DEBUG:
+            return "debug";
+        case LOG_LEVEL_INFO:
+            return "info";
+        case LOG_LEVEL_NOTICE:
+            return "notice";
+        case LOG_LEVEL_WARNING:
+            return "warning";
+        case LOG_LEVEL_ERROR:
+            return "error";
+        case LOG_LEVEL_FATAL:
+            return "fatal";
+        default:
+            return nullptr;
     }
 }
 
@@ -30,8 +37,8 @@ public:
         if (level < level_.load()) return;
         const char* name = LevelName(level);
         std::string levelText = name != nullptr ? name : std::to_string(level);
-        std::fprintf(stderr, "%s %s:%d %s\n", levelText.c_str(), file != nullptr ? file : "?",
-                     line, text != nullptr ? text : "");
+        std::fprintf(stderr, "%s %s:%d %s\n", levelText.c_str(), file != nullptr ? file : "?", line,
+                     text != nullptr ? text : "");
     }
 
 private:
@@ -59,8 +66,7 @@ public:
             set_ = true;
         }
         ++reports_;
-        GetLogger()->Log(LOG_LEVEL_ERROR, file_.c_str(), static_cast<int>(line_),
-                         message_.c_str());
+        GetLogger()->Log(LOG_LEVEL_ERROR, file_.c_str(), static_cast<int>(line_), message_.c_str());
     }
     void Clear() override {
         message_.clear();
@@ -101,11 +107,15 @@ extern "C" IException* GetGException() {
     return installed != nullptr ? installed : &g_sink;
 }
 
-extern "C" GLogger* GetLogger() { return &g_logger; }
+extern "C" GLogger* GetLogger() {
+    return &g_logger;
+}
 
 extern "C" IException* liblog_SetGException(IException* sink) {
     IException* previous = g_installed.exchange(sink);
     return previous != nullptr ? previous : &g_sink;
 }
 
-extern "C" unsigned liblog_GetReportCount() { return g_sink.ReportCount(); }
+extern "C" unsigned liblog_GetReportCount() {
+    return g_sink.ReportCount();
+}

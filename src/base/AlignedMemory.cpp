@@ -17,7 +17,9 @@ struct Header {
 };
 static_assert(sizeof(Header) == 16, "the header is two 64-bit words");
 
-Header* HeaderOf(void* p) { return static_cast<Header*>(p) - 1; }
+Header* HeaderOf(void* p) {
+    return static_cast<Header*>(p) - 1;
+}
 
 }  // namespace
 
@@ -57,7 +59,9 @@ extern "C" void* _aligned_realloc(void* p, size_t size, size_t alignment) {
 
 namespace MediaCore {
 
-AlignedBuffer::~AlignedBuffer() { Release(); }
+AlignedBuffer::~AlignedBuffer() {
+    Release();
+}
 
 void AlignedBuffer::Release() {
     if (data_ != nullptr) _aligned_free(data_);

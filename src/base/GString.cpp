@@ -21,7 +21,9 @@ unsigned CGStringList::InsertOwned(int index, GString* s) {
     return static_cast<unsigned>(index);
 }
 
-unsigned CGStringList::Append(GString* s) { return Insert(static_cast<int>(GetCount()), s); }
+unsigned CGStringList::Append(GString* s) {
+    return Insert(static_cast<int>(GetCount()), s);
+}
 
 unsigned CGStringList::Append(const char* text) {
     return Insert(GetCount(), text);

@@ -45,10 +45,18 @@ CProcessor::CProcessor(AVProcessorID id, unsigned type, unsigned subtype)
 
 CProcessor::~CProcessor() = default;
 
-void CProcessor::Free() { delete this; }
-unsigned CProcessor::GetType() { return type_; }
-unsigned CProcessor::GetSubType() { return subtype_; }
-unsigned CProcessor::GetID() { return id_; }
+void CProcessor::Free() {
+    delete this;
+}
+unsigned CProcessor::GetType() {
+    return type_;
+}
+unsigned CProcessor::GetSubType() {
+    return subtype_;
+}
+unsigned CProcessor::GetID() {
+    return id_;
+}
 
 void CProcessor::AddProperty(const std::string& name, const PropertyNode& node) {
     auto [it, inserted] = properties_.emplace(name, node);
@@ -94,10 +102,17 @@ bool CProcessor::SetProperty(const char* name, const char* value) {
                 node->parsed.text = copy;
                 break;
             }
-            case PROPERTY_INT64: node->parsed.i64 = std::atoi(value); break;
-            case PROPERTY_INT32: node->parsed.i32 = std::atoi(value); break;
-            case PROPERTY_INT16: node->parsed.i16 = static_cast<int16_t>(std::atoi(value)); break;
-            default: break;
+            case PROPERTY_INT64:
+                node->parsed.i64 = std::atoi(value);
+                break;
+            case PROPERTY_INT32:
+                node->parsed.i32 = std::atoi(value);
+                break;
+            case PROPERTY_INT16:
+                node->parsed.i16 = static_cast<int16_t>(std::atoi(value));
+                break;
+            default:
+                break;
         }
         OnSetProperty(key, *node);
         return true;
@@ -110,16 +125,20 @@ int CProcessor::OnSetProperty(const std::string&, PropertyNode& node) {
         case PROPERTY_TEXT:
             node.parsed.text = text;
             return static_cast<int>(reinterpret_cast<intptr_t>(text));
-        case PROPERTY_DOUBLE: return std::sscanf(text, "%lf", &node.parsed.d);
+        case PROPERTY_DOUBLE:
+            return std::sscanf(text, "%lf", &node.parsed.d);
         case PROPERTY_INT64: {
             long long v = node.parsed.i64;
             const int read = std::sscanf(text, "%lld", &v);
             node.parsed.i64 = v;
             return read;
         }
-        case PROPERTY_INT32: return std::sscanf(text, "%d", &node.parsed.i32);
-        case PROPERTY_INT16: return std::sscanf(text, "%hd", &node.parsed.i16);
-        default: return static_cast<int>(node.type);
+        case PROPERTY_INT32:
+            return std::sscanf(text, "%d", &node.parsed.i32);
+        case PROPERTY_INT16:
+            return std::sscanf(text, "%hd", &node.parsed.i16);
+        default:
+            return static_cast<int>(node.type);
     }
 }
 

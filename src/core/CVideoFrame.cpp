@@ -16,13 +16,18 @@ namespace {
 // Copies land on 16-byte boundaries inside one block.
 constexpr unsigned kBlockAlignment = 16;
 
-size_t RoundUp16(size_t n) { return (n + 15) & ~static_cast<size_t>(15); }
+size_t RoundUp16(size_t n) {
+    return (n + 15) & ~static_cast<size_t>(15);
+}
 
 }  // namespace
 
 CVideoFrame::CVideoFrame(bool freeDeletes, int format, unsigned width, unsigned height,
                          bool topDown)
-    : format_(format), width_(width), height_(height), topDown_(topDown),
+    : format_(format),
+      width_(width),
+      height_(height),
+      topDown_(topDown),
       freeDeletes_(freeDeletes) {
     const PixelFormatLayout layout = GetPixelFormatLayout(format, width, height);
     planes_.resize(layout.packed ? 1 : layout.planeCount);
@@ -46,13 +51,25 @@ void CVideoFrame::ApplyLayout() {
 
 CVideoFrame::CVideoFrame(const CVideoFrame& other)
     : GVideoFrame(),
-      format_(other.format_), width_(other.width_), height_(other.height_),
-      timeStamp_(other.timeStamp_), topDown_(other.topDown_), packed_(other.packed_),
-      canBeModified_(true), freeDeletes_(false), topFieldFirst_(other.topFieldFirst_),
-      interlaced_(other.interlaced_), planes_(other.planes_), dar_(other.dar_),
-      cropRight_(other.cropRight_), cropBottom_(other.cropBottom_), duration_(other.duration_),
-      duplicatedCount_(other.duplicatedCount_), duplicatedSecond_(other.duplicatedSecond_),
-      ownsMemory_(true), borderData_(other.borderData_) {
+      format_(other.format_),
+      width_(other.width_),
+      height_(other.height_),
+      timeStamp_(other.timeStamp_),
+      topDown_(other.topDown_),
+      packed_(other.packed_),
+      canBeModified_(true),
+      freeDeletes_(false),
+      topFieldFirst_(other.topFieldFirst_),
+      interlaced_(other.interlaced_),
+      planes_(other.planes_),
+      dar_(other.dar_),
+      cropRight_(other.cropRight_),
+      cropBottom_(other.cropBottom_),
+      duration_(other.duration_),
+      duplicatedCount_(other.duplicatedCount_),
+      duplicatedSecond_(other.duplicatedSecond_),
+      ownsMemory_(true),
+      borderData_(other.borderData_) {
     if (other.subFrame_) subFrame_.reset(other.subFrame_->Clone());
 
     size_t total = 0;
@@ -105,7 +122,8 @@ void CVideoFrame::SetBuffer(unsigned char** data, int* pitches, void* userData) 
             // The caller hands its top row and a negative pitch; keep the row lowest in memory.
             plane.pitch = 0u - static_cast<unsigned>(pitches[i]);
             const intptr_t back = plane.rows == 0 ? 0 : intptr_t{plane.rows - 1} * pitches[i];
-            plane.data = reinterpret_cast<unsigned char*>(reinterpret_cast<intptr_t>(data[i]) + back);
+            plane.data =
+                reinterpret_cast<unsigned char*>(reinterpret_cast<intptr_t>(data[i]) + back);
         }
     }
     userData_ = userData;
@@ -113,13 +131,15 @@ void CVideoFrame::SetBuffer(unsigned char** data, int* pitches, void* userData) 
 
 unsigned CVideoFrame::GetRequireSize() {
     unsigned total = 0;
-    for (const PlaneRecord& plane : planes_) total += plane.rows * plane.rowBytes;
+    for (const PlaneRecord& plane : planes_)
+        total += plane.rows * plane.rowBytes;
     return total;
 }
 
 unsigned CVideoFrame::GetTotalSize() {
     unsigned total = 0;
-    for (const PlaneRecord& plane : planes_) total += plane.rows * plane.pitch;
+    for (const PlaneRecord& plane : planes_)
+        total += plane.rows * plane.pitch;
     return total;
 }
 

@@ -35,12 +35,22 @@ void ReportCurrentException(const char* file, unsigned line) noexcept {
 GException::GException(std::string message, unsigned line, std::string file, int code)
     : message_(std::move(message)), line_(line), file_(std::move(file)), set_(true), code_(code) {}
 
-const char* GException::GetMessage() { return message_.c_str(); }
-const char* GException::GetFile() { return file_.c_str(); }
-unsigned GException::GetLine() { return line_; }
-bool GException::HasError() { return set_; }
+const char* GException::GetMessage() {
+    return message_.c_str();
+}
+const char* GException::GetFile() {
+    return file_.c_str();
+}
+unsigned GException::GetLine() {
+    return line_;
+}
+bool GException::HasError() {
+    return set_;
+}
 void GException::Report(IException*) {}
-int GException::GetCode() { return code_; }
+int GException::GetCode() {
+    return code_;
+}
 
 void GException::SetError(const char* msg, unsigned line, const char* file) {
     SetErrorCode(0, msg, line, file);

@@ -33,8 +33,7 @@ constexpr const char kMallocFailed[] = "malloc memory failed";
 constexpr const char kUnknownException[] = "catch unknown all exception";
 }  // namespace ErrorText
 
-[[noreturn]] void Raise(const char* file, unsigned line, const std::string& message,
-                        int code = 0);
+[[noreturn]] void Raise(const char* file, unsigned line, const std::string& message, int code = 0);
 
 // Hands the exception being handled to the error sink by its kind. Call only inside a catch.
 void ReportCurrentException(const char* file, unsigned line) noexcept;

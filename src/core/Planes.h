@@ -66,7 +66,8 @@ void ForEachSpan(const Plane& p, Fn&& fn) {
         fn(p.data, size_t{p.rowBytes} * p.rows);
         return;
     }
-    for (unsigned y = 0; y < p.rows; ++y) fn(p.Row(y), size_t{p.rowBytes});
+    for (unsigned y = 0; y < p.rows; ++y)
+        fn(p.Row(y), size_t{p.rowBytes});
 }
 
 }  // namespace MediaCore

@@ -34,14 +34,20 @@ Level ActiveLevel() {
     return limit < host ? static_cast<Level>(limit) : host;
 }
 
-void SetLevelLimit(Level limit) { g_limit.store(limit, std::memory_order_relaxed); }
+void SetLevelLimit(Level limit) {
+    g_limit.store(limit, std::memory_order_relaxed);
+}
 
 const char* LevelName(Level level) {
     switch (level) {
-        case kScalar: return "scalar";
-        case kSse2: return "sse2";
-        case kAvx2: return "avx2";
-        case kAvx512: return "avx512";
+        case kScalar:
+            return "scalar";
+        case kSse2:
+            return "sse2";
+        case kAvx2:
+            return "avx2";
+        case kAvx512:
+            return "avx512";
     }
     return "?";
 }

@@ -18,9 +18,15 @@ int CVideoEffectBase::OnSetProperty(const std::string& name, PropertyNode& node)
     return result;
 }
 
-bool CVideoEffectBase::Seek(unsigned int) { return true; }
-unsigned CVideoEffectBase::GetDuration() { return duration_; }
-GVideoFrame* CVideoEffectBase::ProcFrame(ImagePostion*, int, GVideoFrame*) { return nullptr; }
+bool CVideoEffectBase::Seek(unsigned int) {
+    return true;
+}
+unsigned CVideoEffectBase::GetDuration() {
+    return duration_;
+}
+GVideoFrame* CVideoEffectBase::ProcFrame(ImagePostion*, int, GVideoFrame*) {
+    return nullptr;
+}
 void CVideoEffectBase::ProcFrameInPlace(ImagePostion*, int, GVideoFrame*) {}
 void CVideoEffectBase::BlendFrame(const ImagePostion*, int, GVideoFrame*, GVideoFrame*) {}
 

@@ -23,7 +23,8 @@ constexpr uint32_t kAllMask = 0xFFFFFFFFu;
 // Scalar rule: byte i becomes itself XOR byte (i % 4) of the little-endian mask, so inverting
 // is 255 - v where the mask byte is 0xFF and nothing where it is 0.
 void XorSpanScalar(uint8_t* p, size_t bytes, uint32_t mask) {
-    for (size_t i = 0; i < bytes; ++i) p[i] ^= static_cast<uint8_t>(mask >> (8 * (i & 3)));
+    for (size_t i = 0; i < bytes; ++i)
+        p[i] ^= static_cast<uint8_t>(mask >> (8 * (i & 3)));
 }
 
 #if LF_X86_64
@@ -84,7 +85,8 @@ bool CInvertEffect::ProcFrameInner(ImagePostion*, int, GVideoFrame* frame) {
                             [&](uint8_t* span, size_t bytes) { invert(span, bytes, kAllMask); });
             }
             break;
-        case FormatFamily::Other: break;
+        case FormatFamily::Other:
+            break;
     }
     return true;
 }

@@ -40,6 +40,7 @@ extern "C" MediaCore::GVideoProcessor* libfilter_GetFilter(MediaCore::GControlle
         for (const FactoryEntry& entry : kFactory) {
             if (entry.id == id) return entry.create(controller);
         }
-        LF_RAISE(kFile, SystemBase::GStringFormat::Format("No the effect=%d", static_cast<int>(id)));
+        LF_RAISE(kFile,
+                 SystemBase::GStringFormat::Format("No the effect=%d", static_cast<int>(id)));
     });
 }

@@ -36,15 +36,18 @@ TEST(AlignedMemory, AlignsAndRecordsHeader) {
 TEST(AlignedMemory, ReallocKeepsContents) {
     auto* p = static_cast<unsigned char*>(_aligned_realloc(nullptr, 64, 32));
     ASSERT_NE(p, nullptr);
-    for (int i = 0; i < 64; ++i) p[i] = static_cast<unsigned char>(i);
+    for (int i = 0; i < 64; ++i)
+        p[i] = static_cast<unsigned char>(i);
     p = static_cast<unsigned char*>(_aligned_realloc(p, 256, 64));
     ASSERT_NE(p, nullptr);
     EXPECT_EQ(reinterpret_cast<uintptr_t>(p) % 64, 0u);
-    for (int i = 0; i < 64; ++i) ASSERT_EQ(p[i], i);
+    for (int i = 0; i < 64; ++i)
+        ASSERT_EQ(p[i], i);
     p = static_cast<unsigned char*>(_aligned_realloc(p, 8, 16));
     ASSERT_NE(p, nullptr);
     EXPECT_EQ(HeaderWord(p, 1), 8u);
-    for (int i = 0; i < 8; ++i) ASSERT_EQ(p[i], i);
+    for (int i = 0; i < 8; ++i)
+        ASSERT_EQ(p[i], i);
     // A failed reallocation loses the old block too.
     EXPECT_EQ(_aligned_realloc(p, SIZE_MAX - 8, 16), nullptr);
 }

@@ -16,7 +16,9 @@ struct LayoutCase {
     std::vector<PlaneLayout> planes;
 };
 
-constexpr unsigned R(unsigned num, unsigned den) { return num | den << 16; }
+constexpr unsigned R(unsigned num, unsigned den) {
+    return num | den << 16;
+}
 
 const LayoutCase kLayouts[] = {
     {{0, 12, 25, 26, 72}, false, {{7, 5, R(1, 1), 1}, {3, 2, R(1, 2), 2}, {3, 2, R(1, 2), 2}}},
@@ -25,12 +27,8 @@ const LayoutCase kLayouts[] = {
     {{6}, false, {{7, 5, R(1, 1), 1}, {1, 1, R(1, 4), 4}, {1, 1, R(1, 4), 4}}},
     {{7}, false, {{7, 5, R(1, 1), 1}, {1, 5, R(1, 4), 1}, {1, 5, R(1, 4), 1}}},
     {{33}, false, {{7, 5, R(1, 1), 1}, {7, 2, R(1, 1), 2}, {7, 2, R(1, 1), 2}}},
-    {{35},
-     false,
-     {{7, 5, R(1, 1), 1}, {3, 2, R(1, 2), 2}, {3, 2, R(1, 2), 2}, {7, 5, R(1, 1), 1}}},
-    {{90},
-     false,
-     {{7, 5, R(1, 1), 1}, {7, 5, R(1, 1), 1}, {7, 5, R(1, 1), 1}, {7, 5, R(1, 1), 1}}},
+    {{35}, false, {{7, 5, R(1, 1), 1}, {3, 2, R(1, 2), 2}, {3, 2, R(1, 2), 2}, {7, 5, R(1, 1), 1}}},
+    {{90}, false, {{7, 5, R(1, 1), 1}, {7, 5, R(1, 1), 1}, {7, 5, R(1, 1), 1}, {7, 5, R(1, 1), 1}}},
     {{11}, false, {{7, 5, R(1, 1), 1}, {0, 0, 0, 0}}},
     {{8}, true, {{7, 5, R(1, 1), 1}}},
     {{9, 10}, true, {{0, 5, R(1, 8), 1}}},
@@ -81,7 +79,8 @@ TEST(PixelFormat, RejectedNumbers) {
     for (int format = -2; format < 200; ++format) {
         bool known = false;
         for (const LayoutCase& c : kLayouts) {
-            for (int f : c.formats) known |= f == format;
+            for (int f : c.formats)
+                known |= f == format;
         }
         try {
             GetPixelFormatLayout(format, 4, 4);

@@ -40,7 +40,9 @@ public:
         ++calls;
         return CProcessor::OnSetProperty(name, node);
     }
-    const PropertyNode& Node(const char* name) { return *CProcessor::GetProperty(std::string(name)); }
+    const PropertyNode& Node(const char* name) {
+        return *CProcessor::GetProperty(std::string(name));
+    }
 
     std::string lastName;
     int calls = 0;
@@ -75,6 +77,10 @@ struct IntCase {
     int64_t expected;
 };
 
+void PrintTo(const IntCase& c, std::ostream* os) {
+    *os << c.property << "=" << c.text;
+}
+
 class IntegerParsing : public ProcessorFixture, public testing::WithParamInterface<IntCase> {};
 
 TEST_P(IntegerParsing, StoresTextAndParsedValue) {
@@ -92,10 +98,9 @@ TEST_P(IntegerParsing, StoresTextAndParsedValue) {
 INSTANTIATE_TEST_SUITE_P(
     Tags, IntegerParsing,
     testing::Values(IntCase{"size", "42", 42}, IntCase{"size", "abc", 0},
-                    IntCase{"size", "12.7", 12}, IntCase{"size", "-7x", -7},
-                    IntCase{"size", "", 0}, IntCase{"big", "9000000000", 9000000000LL},
-                    IntCase{"big", "-5", -5}, IntCase{"small", "70000", 4464},
-                    IntCase{"small", "-3", -3}),
+                    IntCase{"size", "12.7", 12}, IntCase{"size", "-7x", -7}, IntCase{"size", "", 0},
+                    IntCase{"big", "9000000000", 9000000000LL}, IntCase{"big", "-5", -5},
+                    IntCase{"small", "70000", 4464}, IntCase{"small", "-3", -3}),
     [](const testing::TestParamInfo<IntCase>& info) {
         return std::string(info.param.property) + "_" + std::to_string(info.index);
     });
@@ -144,7 +149,9 @@ TEST_F(ProcessorFixture, PropertyNamesInByteOrder) {
     GStringList* names = face->GetPropertyNames();
     ASSERT_NE(names, nullptr);
     std::vector<std::string> got;
-    for (unsigned i = 0; i < names->GetCount(); ++i) got.push_back(names->GetAt(i)->GetString());
+    for (unsigned i = 0; i < names->GetCount(); ++i)
+        got.push_back(names->GetAt(i)->GetString());
     names->Free();
-    EXPECT_EQ(got, (std::vector<std::string>{"big", "duration", "label", "ratio", "size", "small"}));
+    EXPECT_EQ(got,
+              (std::vector<std::string>{"big", "duration", "label", "ratio", "size", "small"}));
 }

@@ -48,8 +48,10 @@ TEST_F(ListFixture, FailuresReportAndAnswerNoPosition) {
         std::function<unsigned()> call;
         const char* message;
     } cases[] = {
-        {[&] { return list->Append(static_cast<const char*>(nullptr)); }, "fatal error:null pointer"},
-        {[&] { return list->Insert(0, static_cast<GString*>(nullptr)); }, "fatal error:null pointer"},
+        {[&] { return list->Append(static_cast<const char*>(nullptr)); },
+         "fatal error:null pointer"},
+        {[&] { return list->Insert(0, static_cast<GString*>(nullptr)); },
+         "fatal error:null pointer"},
         {[&] { return list->Insert(-1, held); }, "error index:"},
         {[&] { return list->Insert(2, held); }, "error index:"},
         {[&] { return list->Insert(0, held); }, "Insert the same string:x, at the postion is 0"},

@@ -93,7 +93,8 @@ TEST_F(InvertFixture, OtherFormatsAndEmptyFramesPassUntouched) {
         Run(frame);
         EXPECT_EQ(pixels, std::vector<unsigned char>(16, 7)) << posed;
     }
-    for (const FrameShape& shape : {FrameShape{30, 0, 4}, FrameShape{0, 4, 0}, FrameShape{0, 1, 1}}) {
+    for (const FrameShape& shape :
+         {FrameShape{30, 0, 4}, FrameShape{0, 4, 0}, FrameShape{0, 1, 1}}) {
         TestImage image(shape, 1);
         Run(image.Frame());
         EXPECT_TRUE(image.GuardsIntact());

@@ -87,7 +87,8 @@ TEST(Siblings, GExceptionFields) {
 
 TEST(Siblings, CoreCopiesAndKnowsTheProcessor) {
     std::vector<unsigned char> from(1000), to(1000);
-    for (size_t i = 0; i < from.size(); ++i) from[i] = static_cast<unsigned char>(i * 7);
+    for (size_t i = 0; i < from.size(); ++i)
+        from[i] = static_cast<unsigned char>(i * 7);
     EXPECT_EQ(libcore_memcpy(to.data(), from.data(), from.size()), to.data());
     EXPECT_EQ(from, to);
     EXPECT_EQ(libcore_memcpy(nullptr, nullptr, 0), nullptr);

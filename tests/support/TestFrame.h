@@ -61,7 +61,9 @@ public:
     using CVideoFrame::CVideoFrame;
     HostFrame(const HostFrame& other) = default;
 
-    int GetPixelFormat() override { return posedFormat >= -1 ? posedFormat : CVideoFrame::GetPixelFormat(); }
+    int GetPixelFormat() override {
+        return posedFormat >= -1 ? posedFormat : CVideoFrame::GetPixelFormat();
+    }
     MediaCore::GVideoFrame* Clone() override;
     void Free() override;
 
@@ -78,8 +80,8 @@ std::vector<FrameShape> KernelShapes(const std::vector<int>& formats);
 
 // Runs `effect` in place on the same random frame at every instruction-set level this machine
 // has and returns the first level whose bytes differ from the scalar rule's ("" if none).
-std::string FirstLevelDiffering(MediaCore::GProcessor* effect, const FrameShape& shape,
-                                bool crop, uint32_t seed);
+std::string FirstLevelDiffering(MediaCore::GProcessor* effect, const FrameShape& shape, bool crop,
+                                uint32_t seed);
 
 // Counts the reports liblog's sink takes from the moment it is made.
 class ReportWatch {
