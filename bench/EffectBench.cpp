@@ -5,6 +5,7 @@
 #include <cstring>
 #include <map>
 #include <random>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -108,10 +109,16 @@ class RatioReporter : public benchmark::ConsoleReporter {
 public:
     void ReportRuns(const std::vector<Run>& runs) override {
         ConsoleReporter::ReportRuns(runs);
+        // One rate per benchmark: the median when repeated, else the single run.
         for (const Run& run : runs) {
-            if (run.run_type != Run::RT_Iteration || run.error_occurred) continue;
+            if (run.error_occurred) continue;
+            const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
+            if (!median && run.run_type != Run::RT_Iteration) continue;
+            const std::string name = run.run_name.str();
+            if (!median && medians_.count(name) != 0) continue;
+            if (median) medians_.insert(name);
             const auto it = run.counters.find("bytes_per_second");
-            if (it != run.counters.end()) rates_[run.benchmark_name()] = it->second.value;
+            if (it != run.counters.end()) rates_[name] = it->second.value;
         }
     }
     void Finalize() override {
@@ -127,6 +134,7 @@ public:
 
 private:
     std::map<std::string, double> rates_;
+    std::set<std::string> medians_;
 };
 
 }  // namespace
@@ -138,12 +146,17 @@ int main(int argc, char** argv) {
             benchmark::RegisterBenchmark(("memcpy/" + Key(format, size)).c_str(), BenchMemcpy,
                                          format, size);
             for (const Effect& effect : kEffects) {
+                // The widest form under the effect's own name, then each narrower one.
                 const std::string name = std::string(effect.name) + "/" + Key(format, size);
                 benchmark::RegisterBenchmark(name.c_str(), BenchEffect, effect, format, size,
                                              Simd::kAvx512);
-                benchmark::RegisterBenchmark(
-                    (std::string(effect.name) + "@scalar/" + Key(format, size)).c_str(),
-                    BenchEffect, effect, format, size, Simd::kScalar);
+                for (int level = Simd::kScalar; level < Simd::HostLevel(); ++level) {
+                    const auto l = static_cast<Simd::Level>(level);
+                    const std::string narrower = std::string(effect.name) + "@" +
+                                                 Simd::LevelName(l) + "/" + Key(format, size);
+                    benchmark::RegisterBenchmark(narrower.c_str(), BenchEffect, effect, format,
+                                                 size, l);
+                }
             }
         }
     }

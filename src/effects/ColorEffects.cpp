@@ -28,6 +28,7 @@ void XorSpanScalar(uint8_t* p, size_t bytes, uint32_t mask) {
 }
 
 #if LF_X86_64
+// Inverting streams memory; AVX-512 measured no faster than AVX2 here, so it has no form.
 // The vector forms walk whole blocks from the span start, so the mask stays in phase with
 // i % 4 and the scalar rule finishes the tail.
 void XorSpanSse2(uint8_t* p, size_t bytes, uint32_t mask) {
@@ -56,6 +57,7 @@ LF_TARGET_AVX2 void XorSpanAvx2(uint8_t* p, size_t bytes, uint32_t mask) {
     }
     XorSpanScalar(p + i, bytes - i, mask);
 }
+
 #endif
 
 constexpr Simd::Variant<XorSpanFn> kXorSpan[] = {
