@@ -66,7 +66,7 @@ public:
     void* GetInterface(const char* name) override;
 
 private:
-    void ApplyLayout();
+    void ApplyLayout(const PixelFormatLayout& layout);
 
     int format_;
     unsigned width_;

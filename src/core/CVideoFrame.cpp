@@ -31,13 +31,12 @@ CVideoFrame::CVideoFrame(bool freeDeletes, int format, unsigned width, unsigned 
       freeDeletes_(freeDeletes) {
     const PixelFormatLayout layout = GetPixelFormatLayout(format, width, height);
     planes_.resize(layout.packed ? 1 : layout.planeCount);
-    ApplyLayout();
+    ApplyLayout(layout);
 }
 
 // Writes the current size's geometry into the existing plane records; pointers and pitches
 // stay as they are.
-void CVideoFrame::ApplyLayout() {
-    const PixelFormatLayout layout = GetPixelFormatLayout(format_, width_, height_);
+void CVideoFrame::ApplyLayout(const PixelFormatLayout& layout) {
     packed_ = layout.packed;
     const size_t count = std::min<size_t>(planes_.size(), layout.packed ? 1 : layout.planeCount);
     for (size_t i = 0; i < count; ++i) {
@@ -101,10 +100,10 @@ void CVideoFrame::SetSize(unsigned width, unsigned height) {
     cropRight_ = 0;
     cropBottom_ = 0;
     if (width == width_ && height == height_) return;
-    GetPixelFormatLayout(format_, width, height);  // validate before changing anything
+    const PixelFormatLayout layout = GetPixelFormatLayout(format_, width, height);
     width_ = width;
     height_ = height;
-    ApplyLayout();
+    ApplyLayout(layout);
 }
 
 void CVideoFrame::SetBuffer(unsigned char** data, int* pitches, void* userData) {
