@@ -31,8 +31,8 @@ public:
     void SetSize(unsigned width, unsigned height);
     // Attaches external memory; a negative first pitch means the caller's rows run bottom-up.
     void SetBuffer(unsigned char** data, int* pitches, void* userData);
-    void SetDAR(double dar) { dar_ = dar; }
-    void SetTopDown(bool topDown) { topDown_ = topDown; }
+    void SetDAR(double dar);
+    void SetTopDown(bool topDown);
     unsigned GetRequireSize();
     PlaneRecord* GetBuffer(unsigned index);
     GVideoFrame* CopySubsetFrame(GVideoFrame* frame);

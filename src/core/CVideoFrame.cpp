@@ -128,6 +128,13 @@ void CVideoFrame::SetBuffer(unsigned char** data, int* pitches, void* userData) 
     userData_ = userData;
 }
 
+void CVideoFrame::SetDAR(double dar) {
+    dar_ = dar;
+}
+void CVideoFrame::SetTopDown(bool topDown) {
+    topDown_ = topDown;
+}
+
 unsigned CVideoFrame::GetRequireSize() {
     unsigned total = 0;
     for (const PlaneRecord& plane : planes_)
