@@ -38,17 +38,6 @@ constexpr const char kUnknownException[] = "catch unknown all exception";
 // Hands the exception being handled to the error sink by its kind. Call only inside a catch.
 void ReportCurrentException(const char* file, unsigned line) noexcept;
 
-template <class Body>
-auto GuardedCall(const char* file, unsigned line, Body&& body) noexcept {
-    using R = decltype(body());
-    try {
-        return body();
-    } catch (...) {
-        ReportCurrentException(file, line);
-    }
-    if constexpr (!std::is_void_v<R>) return R{};
-}
-
 template <class R, class Body>
 R GuardedCallOr(const char* file, unsigned line, R failure, Body&& body) noexcept {
     try {
@@ -57,6 +46,20 @@ R GuardedCallOr(const char* file, unsigned line, R failure, Body&& body) noexcep
         ReportCurrentException(file, line);
     }
     return failure;
+}
+
+template <class Body>
+auto GuardedCall(const char* file, unsigned line, Body&& body) noexcept {
+    using R = decltype(body());
+    if constexpr (std::is_void_v<R>) {
+        try {
+            body();
+        } catch (...) {
+            ReportCurrentException(file, line);
+        }
+    } else {
+        return GuardedCallOr(file, line, R{}, std::forward<Body>(body));
+    }
 }
 
 }  // namespace MediaCore
