@@ -79,6 +79,81 @@ public:
     // untouched, when the separator is empty, longer than the text, absent or at position 0.
     static bool GetNameValue(std::string text, std::string separator, std::string& name,
                              std::string& value);
+
+    // Each byte as two uppercase digits followed by `separator` (after the last byte too).
+    // Empty for null data.
+    static std::string BinToHex(void* data, unsigned length, std::string separator);
+    // Each byte as two uppercase digits, no separator.
+    static std::string DataToHex(const std::string& data);
+    // The inverse of DataToHex. Digits of either case are read a pair at a time, high digit
+    // first; decoding stops at the first pair that is not two hex digits, and a lone last
+    // digit is ignored, so the result holds the bytes read up to there.
+    static std::string HexToData(const std::string& hex);
+    // The inverse of BinToHex: reads pairs of hex digits (either case), each followed by
+    // `separator` (optional after the last pair), into at most `capacity` bytes of `data`.
+    // Stops at the first malformed pair or missing separator. Answers the bytes written;
+    // 0 for null data.
+    static unsigned HexToBin(const std::string& hex, void* data, unsigned capacity,
+                             const std::string& separator);
+};
+
+// ---- UTF-8 and wide text (one code point per wchar_t) ----
+
+// Length announced by the lead byte: 1 to 4; 0 for null s, n of 0 or a zero byte;
+// kNotFound for any other lead byte (a continuation byte included).
+unsigned u8len(const char* s, size_t n);
+// Decodes one sequence into *out and answers the bytes used. kNotFound for null out or a
+// continuation byte that is not 10xxxxxx; 0 for null s or a zero byte. Reads no further than
+// the first byte that breaks the sequence, so a terminated text is never overrun. n is not
+// consulted; overlong forms and surrogates are accepted.
+unsigned u8towc(wchar_t* out, const char* s, size_t n);
+// Encodes c (up to 0x1FFFFF, beyond Unicode's range too) followed by a zero byte; out needs
+// 5 bytes. Answers the bytes of the sequence; kNotFound above 0x1FFFFF or for null out.
+unsigned wctou8(char* out, wchar_t c);
+// Bytes wctou8 writes for c (1 to 4), kNotFound above 0x1FFFFF.
+unsigned wcu8len(wchar_t c);
+// Characters in a UTF-8 text. An invalid lead byte skips one byte but counts 6, so that a
+// buffer sized from the count is always large enough. 0 for null.
+size_t u8swcslen(const char* s);
+// UTF-8 bytes a wide text needs; a code point at or above 0x200000 counts 6. 0 for null.
+size_t wcsu8slen(const wchar_t* s);
+// Decodes into out, at most `capacity` characters, zero-terminated when room remains; stops
+// at the first invalid sequence. Answers the characters written; with null out, u8swcslen(s).
+size_t u8stowcs(wchar_t* out, const char* s, size_t capacity);
+// Encodes into out, never splitting a character past `capacity` bytes, zero-terminated when
+// room remains; stops at the first code point above 0x1FFFFF. Answers the bytes written; with
+// null out, wcsu8slen(s).
+size_t wcstou8s(char* out, const wchar_t* s, size_t capacity);
+
+// Whole texts; decoding stops at the first invalid sequence. Null gives an empty text.
+std::wstring utf8_to_wide(const char* text);
+std::string wide_to_utf8(const wchar_t* text);
+// The system's local encoding is UTF-8: both answer the text unchanged.
+std::string local_to_utf8(const char* text);
+std::string utf8_to_local(const char* text);
+
+// ---- Hexadecimal ----
+
+// "0"-"9" give 0-9 and "a"-"f" give 10-15; anything else, uppercase included, gives 255.
+unsigned char chr2hex(char c);
+// Decodes `length` characters of hex digits (either case), two per byte, into at most
+// `capacity` bytes of out. Stops at the first pair that is not two hex digits; a lone last
+// digit is ignored. Answers the bytes written; 0 when hex or out is null.
+size_t hex2bin(const char* hex, size_t length, unsigned char* out, size_t capacity);
+
+// ---- Base64 ----
+
+class ZBase64 {
+public:
+    // The standard alphabet with "=" padding. With lineBreaks, "\r\n" follows every 76
+    // characters of full groups; the padded tail never triggers a break. Empty for null data
+    // or a length of 0 or less.
+    static std::string Encode(const unsigned char* data, int length, bool lineBreaks);
+    // Appends the bytes of the first `length` characters of text to out and answers a copy of
+    // out. "\r" and "\n" between groups are skipped; characters outside the alphabet decode as
+    // 0, without error. A group cut short by `length` counts its missing characters as "="
+    // (a single left-over character gives nothing). Null text leaves out as it is.
+    static std::string Decode(const char* text, int length, std::string& out);
 };
 
 }  // namespace SystemBase
