@@ -156,4 +156,40 @@ public:
     static std::string Decode(const char* text, int length, std::string& out);
 };
 
+// ---- System services ----
+
+bool set_environment_variable(const std::string& name, const std::string& value);
+// False, value untouched, when the variable is unset.
+bool get_environment_variable(const std::string& name, std::string& value);
+bool delete_environment_variable(const std::string& name);  // always true
+std::string get_home_path();                                // $HOME, empty when unset
+
+// Milliseconds since the first call in the process, from the monotonic clock. Should the
+// clock's timebase be unavailable, logs the failure and answers the wall clock instead.
+uint64_t get_system_time();
+// Processors online; 1 when the system cannot say.
+unsigned get_cpu_count();
+// A fresh random UUID in its 36-character text form, between "{" and "}" with braces.
+std::string generate_guid(bool braces);
+void system_sleep(unsigned ms);
+double angle_to_radian(double degrees);
+
+// dlopen(path, RTLD_LAZY) / dlsym / dlclose. Null arguments answer null or do nothing (a
+// null handle is not taken as "search every loaded library").
+void* load_dll(const char* path);
+void* get_proc_addr(void* handle, const char* name);
+void free_dll(void* handle);
+// Appends ":" and directory to LD_LIBRARY_PATH unless it is listed already. The colon goes in
+// even when the variable was unset or empty, leaving a leading ":".
+void set_dll_load_path(const std::string& directory);
+
+class SystemUtils {
+public:
+    // Always false: callers have long relied on that answer.
+    static bool OSIs64Bit();
+    // Free space of the file system holding `path`, in KiB, counting blocks reserved for the
+    // superuser; 0 when the path cannot be examined.
+    static uint64_t GetDiskFreeSpaceByPath(const std::string& path);
+};
+
 }  // namespace SystemBase
