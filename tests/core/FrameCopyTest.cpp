@@ -1,0 +1,105 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "libfilter/libfilter.h"
+#include "support/TestFrame.h"
+
+using testing_support::FrameShape;
+using testing_support::ReportWatch;
+using testing_support::TestImage;
+
+namespace {
+
+// A plane's whole memory, rows x pitch, in memory order.
+std::vector<uint8_t> PlaneBytes(TestImage& image, unsigned plane) {
+    unsigned rowBytes = 0, pitch = 0, rows = 0;
+    const uint8_t* data = image.Frame().GetBuffer(plane, &rowBytes, &pitch, &rows);
+    return std::vector<uint8_t>(data, data + size_t{pitch} * rows);
+}
+
+}  // namespace
+
+TEST(CopyVideoFrame, RejectsNullAndMismatchedFrames) {
+    TestImage yuv({0, 640, 480}, 1), bgra({30, 640, 480}, 2), shorter({0, 640, 360}, 3);
+    const auto before = yuv.Snapshot();
+    const std::pair<MediaCore::GVideoFrame*, const char*> cases[] = {
+        {nullptr, "fatal error:null pointer"},
+        {&bgra.Frame(), "pixel format not match"},
+        {&shorter.Frame(), "dimension not match"}};
+    for (const auto& [other, message] : cases) {
+        ReportWatch watch;
+        EXPECT_FALSE(CopyVideoFrame(&yuv.Frame(), other));
+        EXPECT_FALSE(CopyVideoFrame(other, &yuv.Frame()));
+        EXPECT_EQ(watch.Count(), 2u);
+        EXPECT_EQ(watch.LastMessage(), message);
+        EXPECT_EQ(watch.LastFile(), "../libcore/libcore_srcutils/CVideoFrame");
+    }
+    EXPECT_EQ(yuv.Snapshot(), before);
+}
+
+TEST(CopyVideoFrame, CopiesPixelsAndTheStatedAttributesOnly) {
+    for (const FrameShape& shape : {FrameShape{0, 33, 17, 5}, FrameShape{30, 9, 4, 12},
+                                    FrameShape{35, 16, 8, 0}, FrameShape{11, 8, 3, 4}}) {
+        SCOPED_TRACE(testing_support::ShapeName(shape));
+        TestImage src(shape, 10), dst(shape, 20);
+        unsigned char border[] = {1, 2, 3};
+        src.Frame().SetTimeStamp(1234);
+        src.Frame().SetInterlaced(true);
+        src.Frame().SetBorderData(border, 3);
+        src.Frame().SetDuration(77);
+        src.Frame().SetTopFieldFirst(true);
+        ASSERT_TRUE(CopyVideoFrame(&dst.Frame(), &src.Frame()));
+        for (unsigned p = 0; p < src.PlaneCount(); ++p)
+            EXPECT_EQ(PlaneBytes(dst, p), PlaneBytes(src, p));
+        EXPECT_TRUE(dst.GuardsIntact());
+        EXPECT_EQ(dst.Frame().GetTimeStamp(), 1234);
+        EXPECT_TRUE(dst.Frame().IsInterlaced());
+        void* data = nullptr;
+        int length = 0;
+        dst.Frame().GetBorderData(&data, &length);
+        ASSERT_EQ(length, 3);
+        EXPECT_EQ(std::memcmp(data, border, 3), 0);
+        EXPECT_EQ(dst.Frame().GetDuration(), 1u);  // not copied, nor the field order
+        EXPECT_FALSE(dst.Frame().IsTopFieldFirst());
+    }
+}
+
+// Planes go over as one block of the source's pitch x rows, so rows land shifted when the
+// pitches differ; the block stops at the destination plane's end either way.
+TEST(CopyVideoFrame, BlockCopyIgnoresDestinationPitchButStaysInsideIt) {
+    for (const auto& [srcPadding, dstPadding] : {std::pair{8u, 0u}, std::pair{0u, 8u}}) {
+        TestImage src({0, 24, 10, srcPadding}, 4), dst({0, 24, 10, dstPadding}, 5);
+        TestImage untouched({0, 24, 10, dstPadding}, 5);
+        ASSERT_TRUE(CopyVideoFrame(&dst.Frame(), &src.Frame()));
+        EXPECT_TRUE(dst.GuardsIntact());
+        for (unsigned p = 0; p < dst.PlaneCount(); ++p) {
+            auto expected = PlaneBytes(untouched, p);
+            const auto from = PlaneBytes(src, p);
+            std::copy_n(from.begin(), std::min(from.size(), expected.size()), expected.begin());
+            EXPECT_EQ(PlaneBytes(dst, p), expected);
+        }
+    }
+}
+
+TEST(MergeYUVRedBlue, WorkedSamplesAndNullPointers) {
+    const unsigned char cases[][6] = {
+        {0, 0, 0, 16, 128, 128},        {100, 0, 0, 102, 128, 128},
+        {100, 50, 50, 127, 163, 145},  // chroma not re-centred, G takes +0.436 V
+        {0, 0, 255, 138, 58, 199},     // negative U sum: low byte of the shifted value
+        {255, 255, 255, 235, 128, 128}, {30, 200, 10, 51, 233, 128}};  // G clamped at 0
+    for (const auto& c : cases) {
+        unsigned char out[3] = {};
+        EXPECT_TRUE(MergeYUVRedBlue(&c[0], &c[1], &c[2], nullptr, nullptr, nullptr, &out[0],
+                                    &out[1], &out[2]));
+        EXPECT_EQ(std::vector<int>(out, out + 3), std::vector<int>(c + 3, c + 6))
+            << int(c[0]) << "," << int(c[1]) << "," << int(c[2]);
+    }
+    ReportWatch watch;
+    unsigned char in = 0, out = 0;
+    EXPECT_FALSE(MergeYUVRedBlue(&in, nullptr, &in, nullptr, nullptr, nullptr, &out, &out, &out));
+    EXPECT_FALSE(MergeYUVRedBlue(&in, &in, &in, nullptr, nullptr, nullptr, &out, &out, nullptr));
+    EXPECT_EQ(watch.Count(), 2u);
+    EXPECT_EQ(watch.LastMessage(), "fatal error:null pointer");
+}
