@@ -85,7 +85,7 @@ private:
     unsigned duration_ = 1;
     unsigned duplicatedCount_ = 1;
     unsigned duplicatedSecond_ = 0;
-    bool ownsMemory_ = false;
+    [[maybe_unused]] bool ownsMemory_ = false;  // set by copies, which own their block
     AlignedBuffer block_{16};
     std::vector<unsigned char> borderData_;
     FramePtr subFrame_;
