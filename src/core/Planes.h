@@ -44,9 +44,12 @@ struct Plane {
     uint8_t* Row(unsigned y) const { return data + size_t{y} * pitch; }
 };
 
+// A plane's memory is rows x pitch from its start, so a row never reaches past its pitch,
+// whatever row width the frame declares (a frame without memory has pitch 0).
 inline Plane GetPlane(GVideoFrame* frame, unsigned index) {
     Plane p;
     p.data = frame->GetBuffer(index, &p.rowBytes, &p.pitch, &p.rows);
+    if (p.rowBytes > p.pitch) p.rowBytes = p.pitch;
     return p;
 }
 

@@ -115,6 +115,22 @@ TEST_F(EffectFixture, FailedCopyCarriesThePendingError) {
     EXPECT_EQ(watch.Count(), 1u);  // nothing pending: a quiet null
 }
 
+TEST_F(EffectFixture, FramesWithoutMemoryOrWithShortPitchesStayInside) {
+    // No memory attached: the copy has planes of pitch 0, which hold no row.
+    CVideoFrame bare(false, PIXFMT_YUV420P, 16, 8, true);
+    EXPECT_NE(effect->ProcFrame(&position, 0, &bare), nullptr);
+    effect->ProcFrameInPlace(&position, 0, &bare);
+    // A pitch shorter than the declared row: rows are cut to the pitch.
+    std::vector<unsigned char> pixels(4 * 8, 0);
+    unsigned char* data[] = {pixels.data()};
+    int pitches[] = {8};
+    CVideoFrame narrow(false, PIXFMT_BGRA32, 4, 4, true);
+    narrow.SetBuffer(data, pitches, nullptr);
+    effect->ProcFrameInPlace(&position, 0, &narrow);
+    EXPECT_EQ(pixels[0], 0xFF);
+    EXPECT_EQ(pixels[3], 0);
+}
+
 TEST_F(EffectFixture, ProcFrameInPlaceChecksItsArguments) {
     std::vector<unsigned char> pixels(16, 0x20);
     unsigned char* data[] = {pixels.data()};
