@@ -51,13 +51,3 @@ TEST(AlignedMemory, ReallocKeepsContents) {
     // A failed reallocation loses the old block too.
     EXPECT_EQ(_aligned_realloc(p, SIZE_MAX - 8, 16), nullptr);
 }
-
-TEST(AlignedMemory, BufferResizes) {
-    MediaCore::AlignedBuffer buffer(64);
-    buffer.Resize(1000, "test", 1);
-    EXPECT_EQ(buffer.Size(), 1000u);
-    EXPECT_EQ(reinterpret_cast<uintptr_t>(buffer.Data()) % 64, 0u);
-    buffer.Release();
-    EXPECT_EQ(buffer.Data(), nullptr);
-    EXPECT_EQ(buffer.Size(), 0u);
-}
