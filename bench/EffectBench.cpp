@@ -41,24 +41,23 @@ const Effect kEffects[] = {
 class BenchFrame {
 public:
     BenchFrame(int format, unsigned w, unsigned h) : frame_(false, format, w, h, true) {
-        std::vector<unsigned char*> data;
+        // Planes packed back to back, each starting on a 64-byte boundary.
+        std::vector<size_t> offsets;
         std::vector<int> pitches;
         size_t total = 0;
         for (unsigned i = 0; i < frame_.GetBufferCount(); ++i) {
             const auto* plane = frame_.GetBuffer(i);
+            offsets.push_back(total);
+            pitches.push_back(static_cast<int>(plane->rowBytes));
             total += (size_t{plane->rowBytes} * plane->rows + 63) & ~size_t{63};
         }
         block_.Resize(static_cast<unsigned>(total), "bench", __LINE__);
         std::mt19937 rng(1);
-        for (unsigned i = 0; i < total; ++i)
+        for (size_t i = 0; i < total; ++i)
             block_.Data()[i] = static_cast<unsigned char>(rng());
-        size_t offset = 0;
-        for (unsigned i = 0; i < frame_.GetBufferCount(); ++i) {
-            const auto* plane = frame_.GetBuffer(i);
+        std::vector<unsigned char*> data;
+        for (size_t offset : offsets)
             data.push_back(block_.Data() + offset);
-            pitches.push_back(static_cast<int>(plane->rowBytes));
-            offset += (size_t{plane->rowBytes} * plane->rows + 63) & ~size_t{63};
-        }
         frame_.SetBuffer(data.data(), pitches.data(), nullptr);
         bytes_ = frame_.GetRequireSize();
     }

@@ -150,13 +150,7 @@ size_t wcstou8s(char* out, const wchar_t* s, size_t capacity) {
 std::wstring utf8_to_wide(const char* text) {
     if (text == nullptr) return std::wstring();
     std::vector<wchar_t> buffer(u8swcslen(text) + 1);
-    size_t count = 0;
-    while (true) {
-        const unsigned used = u8towc(&buffer[count], text, 4);
-        if (used == 0 || used == kNotFound) break;
-        ++count;
-        text += used;
-    }
+    const size_t count = u8stowcs(buffer.data(), text, buffer.size());
     return std::wstring(buffer.data(), count);
 }
 

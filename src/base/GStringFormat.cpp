@@ -64,6 +64,14 @@ std::string CopyPrefix(const char* text, unsigned n) {
     });
 }
 
+// Moves the 26 ASCII letters starting at `from` to those starting at `to`; other bytes stay.
+std::string ShiftAsciiCase(std::string text, char from, char to) {
+    for (char& c : text) {
+        if (c >= from && c < from + 26) c = static_cast<char>(c - from + to);
+    }
+    return text;
+}
+
 int Upper(char c) {
     return std::toupper(static_cast<unsigned char>(c));
 }
@@ -94,19 +102,11 @@ std::vector<std::wstring> GStringFormat::WStrSplit(const std::wstring& text,
 }
 
 std::string GStringFormat::ToUpper(const std::string& text) {
-    std::string result = text;
-    for (char& c : result) {
-        if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-    }
-    return result;
+    return ShiftAsciiCase(text, 'a', 'A');
 }
 
 std::string GStringFormat::ToLower(const std::string& text) {
-    std::string result = text;
-    for (char& c : result) {
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    }
-    return result;
+    return ShiftAsciiCase(text, 'A', 'a');
 }
 
 unsigned GStringFormat::StrPos(const std::string& text, unsigned start, const std::string& sub) {
