@@ -18,6 +18,11 @@ constexpr const char* kFile = ErrorFile::kProcessor;
 
 namespace {
 
+// Out of line, so the comparison is not folded away at the call.
+__attribute__((noinline)) bool IsNull(const void* p) {
+    return p == nullptr;
+}
+
 [[noreturn]] void RaiseNoProperty(const std::string& name) {
     LF_RAISE(kFile, "Property with name(" + name + ") does not exist");
 }
@@ -45,7 +50,11 @@ CProcessor::CProcessor(AVProcessorID id, unsigned type, unsigned subtype)
 
 CProcessor::~CProcessor() = default;
 
+// Hosts may call Free through a null processor pointer and expect nothing to happen. The
+// compiler assumes `this` is never null, so this file is built with
+// -fno-delete-null-pointer-checks to keep the test.
 void CProcessor::Free() {
+    if (IsNull(this)) return;
     delete this;
 }
 unsigned CProcessor::GetType() {

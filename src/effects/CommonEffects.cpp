@@ -2,7 +2,14 @@
 #include <memory>
 
 #include "core/ErrorReport.h"
+#include "libfilter/BlurSharpenEffects.h"
+#include "libfilter/BrightnessContrastEffect.h"
 #include "libfilter/ColorEffects.h"
+#include "libfilter/EmbossEffect.h"
+#include "libfilter/MirrorEffect.h"
+#include "libfilter/MosaicEffect.h"
+#include "libfilter/Rotate90X.h"
+#include "libfilter/Stereo3D.h"
 #include "libfilter/SystemBase.h"
 #include "libfilter/libfilter.h"
 
@@ -19,6 +26,12 @@ CImageEffectBase* Create(GController*) {
     return new Effect();
 }
 
+// Effects that ask the host for frame converters keep its controller.
+template <class Effect>
+CImageEffectBase* CreateWithController(GController* controller) {
+    return new Effect(controller);
+}
+
 struct FactoryEntry {
     unsigned id;
     Creator create;
@@ -26,7 +39,18 @@ struct FactoryEntry {
 
 // Ids not listed here are refused like unknown ones.
 constexpr FactoryEntry kFactory[] = {
+    {AVPROCESSOR_BRIGHTNESS_CONTRAST, Create<CBrightnessContrastEffect>},
+    {AVPROCESSOR_REVERSE, Create<CReverseVideoImageEffect>},
+    {AVPROCESSOR_2DTO3D, CreateWithController<C2DTo3D>},
+    {AVPROCESSOR_GAUSS_BLUR, Create<CSimpleGaussBlurEffect>},
+    {AVPROCESSOR_LAPLACIAN_SHARPEN, Create<CSimpleLaplacianSharpenEffect>},
+    {AVPROCESSOR_GRAY, Create<CGrayEffect>},
+    {AVPROCESSOR_FLIP_COLOR, Create<CFlipColorEffect>},
     {AVPROCESSOR_INVERT, Create<CInvertEffect>},
+    {AVPROCESSOR_AGED_FILM, Create<CAgedFilmEffect>},
+    {AVPROCESSOR_EMBOSS, Create<CEmbossVideoImageEffect>},
+    {AVPROCESSOR_MOSAIC, Create<CMosaicVideoImageEffect>},
+    {AVPROCESSOR_ROTATE90, CreateWithController<CRotate90X>},
 };
 
 }  // namespace

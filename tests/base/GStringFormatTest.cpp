@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "libfilter/SystemBase.h"
@@ -19,38 +20,31 @@ TEST(GStringFormat, FormatRefusesTextsThatDoNotFit) {
 }
 
 TEST(GStringFormat, SplitTreatsDelimitersAsASet) {
-    struct Case {
-        const char *text, *delimiters;
-        bool keepEmpty;
-        Strings expected;
-    };
-    const Case cases[] = {{"a,,b,", ",", false, {"a", "b"}},
-                          {"a,,b,", ",", true, {"a", "", "b", ""}},
-                          {",,a", ",", false, {"a"}},
-                          {"", ",", false, {}},
-                          {"", ",", true, {""}},
-                          {"a b;c", "; ", false, {"a", "b", "c"}},
-                          {"a,b", "", false, {"a,b"}}};
-    for (const Case& c : cases) {
-        EXPECT_EQ(GStringFormat::Split(c.text, c.delimiters, c.keepEmpty), c.expected) << c.text;
-    }
+    const std::tuple<const char*, const char*, bool, Strings> cases[] = {
+        {"a,,b,", ",", false, {"a", "b"}},
+        {"a,,b,", ",", true, {"a", "", "b", ""}},
+        {",,a", ",", false, {"a"}},
+        {"", ",", false, {}},
+        {"", ",", true, {""}},
+        {"a b;c", "; ", false, {"a", "b", "c"}},
+        {"a,b", "", false, {"a,b"}}};
+    for (const auto& [text, delimiters, keepEmpty, expected] : cases)
+        EXPECT_EQ(GStringFormat::Split(text, delimiters, keepEmpty), expected) << text;
     EXPECT_EQ(GStringFormat::WStrSplit(L"x::y", L":", true),
               (std::vector<std::wstring>{L"x", L"", L"y"}));
 }
 
 TEST(GStringFormat, SearchingAndCutting) {
-    struct Case {
-        unsigned found, expected;
-    };
-    const Case positions[] = {{GStringFormat::StrPos("abcabc", 2, "bc"), 4},
-                              {GStringFormat::StrPos("abcabc", 0, ""), kNotFound},
-                              {GStringFormat::StrPos("abcabc", 6, "c"), kNotFound},
-                              {GStringFormat::StrRPos("abcabc", 100, "bc"), 4},  // start clamped
-                              {GStringFormat::StrRPos("abcabc", 3, "bc"), 1},
-                              {GStringFormat::StrRPos("abcabc", 0, "bc"), kNotFound},
-                              {GStringFormat::StrRPos("", 0, "a"), kNotFound}};
-    for (const Case& c : positions)
-        EXPECT_EQ(c.found, c.expected) << "case " << &c - positions;
+    const std::pair<unsigned, unsigned> positions[] = {
+        {GStringFormat::StrPos("abcabc", 2, "bc"), 4},
+        {GStringFormat::StrPos("abcabc", 0, ""), kNotFound},
+        {GStringFormat::StrPos("abcabc", 6, "c"), kNotFound},
+        {GStringFormat::StrRPos("abcabc", 100, "bc"), 4},  // start clamped
+        {GStringFormat::StrRPos("abcabc", 3, "bc"), 1},
+        {GStringFormat::StrRPos("abcabc", 0, "bc"), kNotFound},
+        {GStringFormat::StrRPos("", 0, "a"), kNotFound}};
+    for (const auto& p : positions)
+        EXPECT_EQ(p.first, p.second) << "case " << &p - positions;
 
     const std::pair<std::string, std::string> texts[] = {
         {GStringFormat::StrTrim(" \t x \t", " \t"), "x \t"},
@@ -73,17 +67,14 @@ TEST(GStringFormat, SearchingAndCutting) {
 }
 
 TEST(GStringFormat, MatchWildcards) {
-    struct Case {
-        const char *text, *pattern;
-        bool matches;
-    };
-    const Case cases[] = {{"ABC", "a?c", true},   {"anything", "*", true}, {"", "?", false},
-                          {"", "*", true},        {"a", "", false},        {"abc", "ab", false},
-                          {"abcbc", "*bc", true}, {"abcbd", "*bc", false}, {"ab", "a**b", true},
-                          {"ab", "*?*?*", true},  {"a", "*?*?*", false},   {"x.TXT", "*.txt", true},
-                          {nullptr, "*", false},  {"a", nullptr, false}};
-    for (const Case& c : cases)
-        EXPECT_EQ(GStringFormat::Match(c.text, c.pattern), c.matches);
+    const std::tuple<const char*, const char*, bool> cases[] = {
+        {"ABC", "a?c", true},   {"anything", "*", true}, {"", "?", false},
+        {"", "*", true},        {"a", "", false},        {"abc", "ab", false},
+        {"abcbc", "*bc", true}, {"abcbd", "*bc", false}, {"ab", "a**b", true},
+        {"ab", "*?*?*", true},  {"a", "*?*?*", false},   {"x.TXT", "*.txt", true},
+        {nullptr, "*", false},  {"a", nullptr, false}};
+    for (const auto& [text, pattern, matches] : cases)
+        EXPECT_EQ(GStringFormat::Match(text, pattern), matches) << (text ? text : "null");
     // Many stars over a long text must not take exponential time.
     EXPECT_FALSE(GStringFormat::Match(std::string(20000, 'a').c_str(), "*a*a*a*a*a*a*b"));
     EXPECT_EQ(GStringFormat::StrCaseCmp("Hello", "hELLO"), 0);
@@ -95,18 +86,11 @@ TEST(GStringFormat, NumbersAndText) {
     EXPECT_EQ(GStringFormat::Int64ToStr(-9000000000LL), "-9000000000");
     EXPECT_EQ(GStringFormat::DoubleToStr(1234567.0), "1.23457e+06");
     EXPECT_EQ(GStringFormat::DoubleToStr(0.1), "0.1");
-    struct Case {
-        int value, width;
-        char fill;
-        bool hex;
-        const char* expected;
-    };
-    const Case cases[] = {{5, 3, '0', false, "005"},   {255, 4, ' ', true, "  ff"},
-                          {-5, 4, '0', false, "-005"}, {123, 2, '0', false, "123"},
-                          {42, 0, 'x', false, "42"},   {-1, 0, ' ', true, "ffffffff"}};
-    for (const Case& c : cases) {
-        EXPECT_EQ(GStringFormat::IntToFixStr(c.value, c.width, c.fill, c.hex), c.expected);
-    }
+    const std::tuple<int, int, char, bool, const char*> cases[] = {
+        {5, 3, '0', false, "005"},   {255, 4, ' ', true, "  ff"}, {-5, 4, '0', false, "-005"},
+        {123, 2, '0', false, "123"}, {42, 0, 'x', false, "42"},   {-1, 0, ' ', true, "ffffffff"}};
+    for (const auto& [value, width, fill, hex, expected] : cases)
+        EXPECT_EQ(GStringFormat::IntToFixStr(value, width, fill, hex), expected);
     EXPECT_EQ(GStringFormat::StrToInt("12abc", false), 12);
     EXPECT_EQ(GStringFormat::StrToInt("abc", false), 0);
     EXPECT_EQ(GStringFormat::StrToInt("ff", true), 255);
@@ -116,18 +100,15 @@ TEST(GStringFormat, NumbersAndText) {
 }
 
 TEST(GStringFormat, GetNameValueSplitsAtTheFirstSeparator) {
-    struct Case {
-        const char *text, *separator;
-        bool ok;
-        const char *name, *value;
-    };
-    const Case cases[] = {{"a=b", "=", true, "a", "b"},         {"a=", "=", true, "a", ""},
-                          {"k::v::w", "::", true, "k", "v::w"}, {"=x", "=", false, "-", "-"},
-                          {"ab", "", false, "-", "-"},          {"a", "==", false, "-", "-"},
-                          {"abc", ":", false, "-", "-"}};
-    for (const Case& c : cases) {
-        std::string name = "-", value = "-";  // untouched on failure
-        EXPECT_EQ(GStringFormat::GetNameValue(c.text, c.separator, name, value), c.ok) << c.text;
-        EXPECT_EQ(name + "|" + value, std::string(c.name) + "|" + c.value);
+    // Name and value are left as they were ("-") on failure.
+    const std::tuple<const char*, const char*, bool, const char*, const char*> cases[] = {
+        {"a=b", "=", true, "a", "b"},         {"a=", "=", true, "a", ""},
+        {"k::v::w", "::", true, "k", "v::w"}, {"=x", "=", false, "-", "-"},
+        {"ab", "", false, "-", "-"},          {"a", "==", false, "-", "-"},
+        {"abc", ":", false, "-", "-"}};
+    for (const auto& [text, separator, ok, wantName, wantValue] : cases) {
+        std::string name = "-", value = "-";
+        EXPECT_EQ(GStringFormat::GetNameValue(text, separator, name, value), ok) << text;
+        EXPECT_EQ(name + "|" + value, std::string(wantName) + "|" + wantValue);
     }
 }

@@ -3,7 +3,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <set>
-#include <thread>
 #include <vector>
 
 #include "libfilter/SystemBase.h"
@@ -71,23 +70,6 @@ TEST(SystemServices, ClockCountsMilliseconds) {
     EXPECT_GE(slept.count(), 30);
     EXPECT_GE(elapsed, 29u);  // each reading is floored to the millisecond
     EXPECT_LE(elapsed, uint64_t(slept.count()) + 200);
-}
-
-// Threads racing for the first reading share one start, so none sees time run backwards.
-TEST(SystemServices, ClockStartIsSharedByRacingThreads) {
-    std::vector<std::thread> threads;
-    std::vector<int> backwards(8, 0);
-    for (int& count : backwards) {
-        threads.emplace_back([&count] {
-            for (uint64_t i = 0, last = get_system_time(), now; i < 2000; ++i, last = now) {
-                now = get_system_time();
-                count += now < last;
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
-    EXPECT_EQ(backwards, std::vector<int>(8, 0));
 }
 
 TEST(SystemServices, MachineFactsAndGuids) {

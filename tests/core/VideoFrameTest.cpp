@@ -1,23 +1,33 @@
 // The library's frame: geometry, attached memory, crops, copies and attributes.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstring>
 
 #include "libfilter/CVideoFrame.h"
 #include "support/TestFrame.h"
 
 using namespace MediaCore;
-using testing_support::FrameShape;
 using testing_support::ReportWatch;
 using testing_support::TestImage;
+
+namespace {
+
+using Geometry = std::array<unsigned, 3>;  // row bytes, pitch, rows
+
+Geometry PlaneGeometry(GVideoFrame& frame, unsigned plane) {
+    Geometry g{};
+    frame.GetBuffer(plane, &g[0], &g[1], &g[2]);
+    return g;
+}
+
+}  // namespace
 
 TEST(VideoFrame, ConstructedFrameHasGeometryOnly) {
     CVideoFrame frame(false, PIXFMT_BGRA32, 640, 480, true);
     unsigned rowBytes = 0, pitch = 99, rows = 0;
     EXPECT_EQ(frame.GetBuffer(0, &rowBytes, &pitch, &rows), nullptr);
-    EXPECT_EQ(rowBytes, 2560u);
-    EXPECT_EQ(rows, 480u);
-    EXPECT_EQ(pitch, 0u);
+    EXPECT_EQ((Geometry{rowBytes, pitch, rows}), (Geometry{2560, 0, 480}));
     EXPECT_EQ(frame.GetTotalSize(), 0u);
     EXPECT_EQ(frame.GetRequireSize(), 1228800u);
     EXPECT_EQ(frame.GetDuration(), 1u);
@@ -28,53 +38,46 @@ TEST(VideoFrame, ConstructedFrameHasGeometryOnly) {
     EXPECT_EQ(frame.GetBuffer(1), nullptr);
 }
 
-TEST(VideoFrame, CropsCutRowBytesAndRows) {
+TEST(VideoFrame, CropsCutRowBytesAndRowsOfEveryPlane) {
     for (bool bottomUp : {false, true}) {
         TestImage image({PIXFMT_BGRA32, 640, 480, 4, bottomUp}, 1);
         CVideoFrame& frame = image.Frame();
-        unsigned rowBytes, pitch, rows, w, h;
-        unsigned char* before = frame.GetBuffer(0, &rowBytes, &pitch, &rows);
+        unsigned char* before = frame.GetBuffer(0u)->data;
         ASSERT_TRUE(frame.CropRightAndBottom(10, 4));
+        unsigned w, h;
         frame.GetDimension(&w, &h);
         EXPECT_EQ(w, 630u);
         EXPECT_EQ(h, 476u);
-        unsigned char* after = frame.GetBuffer(0, &rowBytes, &pitch, &rows);
-        EXPECT_EQ(rowBytes, 2520u);
-        EXPECT_EQ(rows, 476u);
+        EXPECT_EQ(PlaneGeometry(frame, 0), (Geometry{2520, 2564, 476}));
         // Bottom-up frames store the bottom rows first: the crop skips them.
-        EXPECT_EQ(after - before, bottomUp ? 4 * 2564 : 0);
+        EXPECT_EQ(frame.GetBuffer(0, nullptr, nullptr, nullptr) - before, bottomUp ? 4 * 2564 : 0);
         // A crop is absolute and must stay inside the frame.
         EXPECT_FALSE(frame.CropRightAndBottom(640, 0));
         EXPECT_FALSE(frame.CropRightAndBottom(0, 480));
         frame.GetDimension(&w, nullptr);
         EXPECT_EQ(w, 630u);
     }
-}
-
-TEST(VideoFrame, BottomCropCutsEveryPlaneAlike) {
-    TestImage image({PIXFMT_YUV420P, 64, 6, 0, false}, 2);
+    // Chroma of 3 rows loses as many rows as luma: a cut of 4 empties it.
+    TestImage image({PIXFMT_YUV420P, 64, 6}, 2);
     ASSERT_TRUE(image.Frame().CropRightAndBottom(2, 4));
-    const unsigned expectedRows[] = {2, 0, 0};  // chroma has 3 rows: the cut empties it
-    const unsigned expectedBytes[] = {62, 31, 31};
-    for (unsigned i = 0; i < 3; ++i) {
-        unsigned rowBytes, pitch, rows;
-        image.Frame().GetBuffer(i, &rowBytes, &pitch, &rows);
-        EXPECT_EQ(rows, expectedRows[i]);
-        EXPECT_EQ(rowBytes, expectedBytes[i]);
-    }
-    TestImage two({PIXFMT_YUV420P, 64, 64, 0, false}, 2);
-    ASSERT_TRUE(two.Frame().CropRightAndBottom(0, 4));
-    unsigned rowBytes, pitch, rows;
-    two.Frame().GetBuffer(2, &rowBytes, &pitch, &rows);
-    EXPECT_EQ(rows, 28u);
-}
-
-TEST(VideoFrame, EmptyPlaneLosesNothingToRightCrop) {
-    CVideoFrame frame(false, PIXFMT_TWOPLANE_11, 16, 4, true);
-    ASSERT_TRUE(frame.CropRightAndBottom(3, 0));
-    unsigned rowBytes = 1, pitch, rows;
-    frame.GetBuffer(1, &rowBytes, &pitch, &rows);
-    EXPECT_EQ(rowBytes, 0u);
+    EXPECT_EQ(PlaneGeometry(image.Frame(), 0), (Geometry{62, 64, 2}));
+    EXPECT_EQ(PlaneGeometry(image.Frame(), 2), (Geometry{31, 32, 0}));
+    TestImage tall({PIXFMT_YUV420P, 64, 64}, 2);
+    ASSERT_TRUE(tall.Frame().CropRightAndBottom(0, 4));
+    EXPECT_EQ(PlaneGeometry(tall.Frame(), 2)[2], 28u);
+    // A plane without bytes loses nothing to a right crop.
+    CVideoFrame twoPlane(false, PIXFMT_TWOPLANE_11, 16, 4, true);
+    ASSERT_TRUE(twoPlane.CropRightAndBottom(3, 0));
+    EXPECT_EQ(PlaneGeometry(twoPlane, 1)[0], 0u);
+    // A new size lays the planes out again and drops the crop.
+    CVideoFrame resized(false, PIXFMT_YUV420P, 16, 16, true);
+    ASSERT_TRUE(resized.CropRightAndBottom(2, 2));
+    resized.SetSize(16, 16);
+    unsigned w = 0;
+    resized.GetDimension(&w, nullptr);
+    EXPECT_EQ(w, 16u);
+    resized.SetSize(8, 6);
+    EXPECT_EQ(resized.GetRequireSize(), 8u * 6 + 2 * 4 * 3);
 }
 
 TEST(VideoFrame, SetBufferNegativePitchStoresLowestRow) {
@@ -84,28 +87,16 @@ TEST(VideoFrame, SetBufferNegativePitchStoresLowestRow) {
     CVideoFrame frame(false, PIXFMT_YUV420P, 8, 4, true);
     frame.SetBuffer(data, pitches, nullptr);
     EXPECT_FALSE(frame.IsTopDown());
-    unsigned rowBytes, pitch, rows;
-    EXPECT_EQ(frame.GetBuffer(0, &rowBytes, &pitch, &rows), y.data());
-    EXPECT_EQ(pitch, 8u);
-    EXPECT_EQ(frame.GetBuffer(2, &rowBytes, &pitch, &rows), v.data());
-    EXPECT_EQ(pitch, 4u);
+    EXPECT_EQ(frame.GetBuffer(0u)->data, y.data());
+    EXPECT_EQ(frame.GetBuffer(2u)->data, v.data());
+    EXPECT_EQ(PlaneGeometry(frame, 0)[1], 8u);
+    EXPECT_EQ(PlaneGeometry(frame, 2)[1], 4u);
     EXPECT_EQ(frame.GetTotalSize(), 32u + 8 + 8);
 
     ReportWatch watch;
     frame.SetBuffer(nullptr, pitches, nullptr);
     EXPECT_EQ(watch.Count(), 1u);
-    EXPECT_EQ(frame.GetBuffer(0, &rowBytes, &pitch, &rows), y.data());
-}
-
-TEST(VideoFrame, SetSizeRelayoutsAndClearsCrops) {
-    CVideoFrame frame(false, PIXFMT_YUV420P, 16, 16, true);
-    ASSERT_TRUE(frame.CropRightAndBottom(2, 2));
-    frame.SetSize(16, 16);
-    unsigned w, h;
-    frame.GetDimension(&w, &h);
-    EXPECT_EQ(w, 16u);
-    frame.SetSize(8, 6);
-    EXPECT_EQ(frame.GetRequireSize(), 8u * 6 + 2 * 4 * 3);
+    EXPECT_EQ(frame.GetBuffer(0u)->data, y.data());
 }
 
 TEST(VideoFrame, CloneCopiesIntoOneAlignedBlock) {
@@ -139,37 +130,29 @@ TEST(VideoFrame, CloneCopiesIntoOneAlignedBlock) {
     EXPECT_EQ(copy->GetBorderData(&data, &length), 6);
     EXPECT_EQ(std::memcmp(data, border, 6), 0);
 
+    auto* copied = static_cast<CVideoFrame*>(copy);
     for (unsigned i = 0; i < 3; ++i) {
-        unsigned sb, sp, sr, cb, cp, cr;
-        unsigned char* s = source.GetBuffer(i, &sb, &sp, &sr);
-        unsigned char* c = copy->GetBuffer(i, &cb, &cp, &cr);
-        const auto* record = static_cast<CVideoFrame*>(copy)->GetBuffer(i);
-        EXPECT_EQ(reinterpret_cast<uintptr_t>(record->data) % 16, 0u);
-        EXPECT_EQ(cp, sp);
-        EXPECT_EQ(cr, sr);
-        EXPECT_EQ(std::memcmp(c, s, size_t{sr} * sp), 0) << "plane " << i;
+        const Geometry g = PlaneGeometry(source, i);
+        EXPECT_EQ(PlaneGeometry(*copied, i), g);
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(copied->GetBuffer(i)->data) % 16, 0u);
+        EXPECT_EQ(std::memcmp(copied->GetBuffer(i)->data, source.GetBuffer(i)->data, g[1] * g[2]),
+                  0)
+            << "plane " << i;
     }
     // Each plane starts on a 16-byte boundary: Y is 36 x 7 = 252 bytes, so U follows at 256.
-    unsigned char* y = static_cast<CVideoFrame*>(copy)->GetBuffer(0u)->data;
-    EXPECT_EQ(static_cast<CVideoFrame*>(copy)->GetBuffer(1u)->data - y, 256);
+    EXPECT_EQ(copied->GetBuffer(1u)->data - copied->GetBuffer(0u)->data, 256);
     copy->Free();  // a clone frees itself
-}
 
-TEST(VideoFrame, CloneSlotRoundsUpTo16) {
-    std::vector<unsigned char> pixels(2564 * 3);
-    unsigned char* data[] = {pixels.data()};
-    int pitches[] = {2564};
-    CVideoFrame frame(false, PIXFMT_BGRA32, 640, 3, true);
-    frame.SetBuffer(data, pitches, nullptr);
-    auto* copy = static_cast<CVideoFrame*>(frame.Clone());
-    EXPECT_EQ(copy->GetTotalSize(), 7692u);
-    EXPECT_EQ(reinterpret_cast<uintptr_t>(copy->GetBuffer(0u)->data) % 16, 0u);
-    copy->Free();
+    // One row of 2564 bytes: three take 7692, already a multiple of 16.
+    TestImage wide({PIXFMT_BGRA32, 640, 3, 4}, 4);
+    copied = static_cast<CVideoFrame*>(wide.Frame().Clone());
+    EXPECT_EQ(copied->GetTotalSize(), 7692u);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(copied->GetBuffer(0u)->data) % 16, 0u);
+    copied->Free();
 }
 
 TEST(VideoFrame, SubFrameAndInterfaces) {
-    TestImage left({PIXFMT_BGRA32, 4, 2, 0, false}, 4);
-    TestImage right({PIXFMT_BGRA32, 4, 2, 0, false}, 5);
+    TestImage left({PIXFMT_BGRA32, 4, 2}, 4), right({PIXFMT_BGRA32, 4, 2}, 5);
     EXPECT_EQ(left.Frame().GetInterface("GSubVideoFrame"), nullptr);
     GVideoFrame* sub = left.Frame().CopySubsetFrame(&right.Frame());
     ASSERT_NE(sub, nullptr);

@@ -1,19 +1,26 @@
 // The factory and the effect bases, driven through libfilter_GetFilter as a host does.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <set>
+#include <tuple>
 
+#include "libfilter/CProcessor.h"
 #include "libfilter/libfilter.h"
+#include "support/EffectRoster.h"
 #include "support/TestFrame.h"
 
 using namespace MediaCore;
-using testing_support::HostFrame;
-using testing_support::ReportWatch;
+using namespace testing_support;
 
 namespace {
 
 // Ids the factory builds so far.
-const std::set<unsigned> kLanded = {AVPROCESSOR_INVERT};
+const std::set<unsigned> kLanded = {
+    AVPROCESSOR_2DTO3D, AVPROCESSOR_AGED_FILM,  AVPROCESSOR_BRIGHTNESS_CONTRAST,
+    AVPROCESSOR_EMBOSS, AVPROCESSOR_FLIP_COLOR, AVPROCESSOR_GAUSS_BLUR,
+    AVPROCESSOR_GRAY,   AVPROCESSOR_INVERT,     AVPROCESSOR_LAPLACIAN_SHARPEN,
+    AVPROCESSOR_MOSAIC, AVPROCESSOR_REVERSE,    AVPROCESSOR_ROTATE90};
 
 struct EffectFixture : testing::Test {
     GVideoProcessor* effect = libfilter_GetFilter(nullptr, AVPROCESSOR_INVERT);
@@ -52,20 +59,55 @@ TEST(Factory, BuildsLandedIdsAndRefusesTheRest) {
     EXPECT_EQ(watch.LastMessage(), "No the effect=-1");
 }
 
-TEST_F(EffectFixture, PropertiesAndInterfaceOfEveryEffect) {
-    EXPECT_EQ(effect->GetInterface("libcorevideoprocinterface"), effect);
-    GStringList* names = effect->GetPropertyNames();
-    ASSERT_NE(names, nullptr);
-    ASSERT_EQ(names->GetCount(), 1u);
-    EXPECT_STREQ(names->GetAt(0)->GetString(), "duration");
-    names->Free();
-    int type = -1;
-    EXPECT_STREQ(effect->GetProperty("duration", &type), "1");
-    EXPECT_EQ(type, 3);
-    EXPECT_EQ(effect->GetDuration(), 1u);
-    EXPECT_TRUE(effect->SetProperty("duration", "25"));
-    EXPECT_EQ(effect->GetDuration(), 25u);
-    EXPECT_TRUE(effect->Seek(12345));
+// Each effect's properties besides "duration", with default texts and type tags; and the face
+// every effect shares.
+TEST(Effects, PropertiesDefaultsAndInterface) {
+    using Property = std::tuple<std::string, std::string, int>;
+    const int kDouble = PROPERTY_DOUBLE, kInt = PROPERTY_INT32;
+    const std::pair<unsigned, std::vector<Property>> effects[] = {
+        {AVPROCESSOR_BRIGHTNESS_CONTRAST,
+         {{"brightness", "0", kDouble}, {"contrast", "0", kDouble}, {"saturation", "0", kDouble}}},
+        {AVPROCESSOR_REVERSE, {{"mirror", "0", kInt}, {"vertical", "0", kInt}}},
+        {AVPROCESSOR_GAUSS_BLUR, {{"blur_count", "1", kInt}}},
+        {AVPROCESSOR_LAPLACIAN_SHARPEN, {{"sharpen_count", "1", kInt}}},
+        {AVPROCESSOR_GRAY, {}},
+        {AVPROCESSOR_FLIP_COLOR, {}},
+        {AVPROCESSOR_INVERT, {}},
+        {AVPROCESSOR_AGED_FILM, {}},
+        {AVPROCESSOR_EMBOSS, {{"emboss_level", "5", kInt}}},
+        {AVPROCESSOR_MOSAIC,
+         {{"mosaic_x1", "0", kInt},
+          {"mosaic_y1", "0", kInt},
+          {"mosaic_x2", "0", kInt},
+          {"mosaic_y2", "0", kInt},
+          {"mosaic_step", "3", kInt}}},
+        {AVPROCESSOR_MIRAGE, {{"mirage_width", "10", kInt}, {"mirage_alpha", "10", kInt}}},
+        {AVPROCESSOR_TRANSPARENCY, {{"transparency_scale", "0", kInt}}},
+        {AVPROCESSOR_COLOR_FILTER, {{"filter_scope", "0", kInt}, {"filter_color", "0", kInt}}},
+        {AVPROCESSOR_ADD_NOISE, {{"addnoise_level", "2", kInt}}},
+        {AVPROCESSOR_ROTATE90, {{"rotate90_angle", "0", kInt}}},
+    };
+    for (auto [id, expected] : effects) {
+        const ServedEffect* served = FindServedEffect(id);
+        ASSERT_NE(served, nullptr) << id;
+        FactoryEffect effect(served->Create());
+        std::vector<Property> reported;
+        GStringList* names = effect.p->GetPropertyNames();
+        for (unsigned i = 0; i < names->GetCount(); ++i) {
+            const std::string name = names->GetAt(i)->GetString();
+            int type = -1;
+            reported.emplace_back(name, effect.p->GetProperty(name.c_str(), &type), type);
+        }
+        names->Free();
+        expected.emplace_back("duration", "1", kInt);
+        std::sort(expected.begin(), expected.end());
+        EXPECT_EQ(reported, expected) << served->name;
+        EXPECT_EQ(effect.p->GetInterface("libcorevideoprocinterface"), effect.p);
+        EXPECT_EQ(effect.p->GetDuration(), 1u);
+        EXPECT_TRUE(effect.p->SetProperty("duration", "25"));
+        EXPECT_EQ(effect.p->GetDuration(), 25u);
+        EXPECT_TRUE(effect.p->Seek(12345));
+    }
 }
 
 TEST_F(EffectFixture, ProcFrameReturnsAnOwnedCopyFreedByTheNextCall) {

@@ -1,9 +1,11 @@
 #include "support/TestFrame.h"
 
+#include <algorithm>
 #include <random>
 
 #include "core/Simd.h"
 #include "libfilter/GVideoProcessor.h"
+#include "libfilter/libfilter.h"
 
 namespace testing_support {
 
@@ -91,37 +93,130 @@ void HostFrame::Free() {
 }
 
 std::vector<FrameShape> KernelShapes(const std::vector<int>& formats) {
+    // Every width from 1 to 70 and a full-HD row, each with its own padding, row order and
+    // height, so that over the widths every combination meets odd and even sizes.
+    constexpr unsigned kPaddings[] = {0, 3, 13};
+    constexpr unsigned kHeights[] = {7, 8, 3, 4, 1, 2, 5, 6};
+    std::vector<unsigned> widths;
+    for (unsigned w = 1; w <= 70; ++w)
+        widths.push_back(w);
+    widths.push_back(1920);
     std::vector<FrameShape> shapes;
     for (int format : formats) {
-        for (unsigned width : {1u, 2u, 5u, 17u, 35u, 67u, 130u}) {
-            for (unsigned padding : {0u, 3u, 13u}) {
-                for (bool bottomUp : {false, true}) {
-                    shapes.push_back({format, width, 7, padding, bottomUp});
-                }
-            }
+        for (size_t i = 0; i < widths.size(); ++i) {
+            const bool bottomUp = (i / 3) % 2 == 1;
+            shapes.push_back({format, widths[i], kHeights[i % 8], kPaddings[i % 3], bottomUp});
         }
     }
     return shapes;
 }
 
+namespace {
+
+// Processes `frame` in place through the effect's video face, as a host does.
+void RunInPlace(MediaCore::GProcessor* effect, MediaCore::GVideoFrame& frame) {
+    using namespace MediaCore;
+    auto* video = static_cast<GVideoProcessor*>(effect->GetInterface(kVideoProcessorInterface));
+    ImagePostion position{};
+    video->ProcFrameInPlace(&position, 0, &frame);
+}
+
+// Every byte of a random frame of `shape`, cropped as FirstLevelDiffering crops, after `change`.
+std::vector<uint8_t> After(const FrameShape& shape, bool crop, uint32_t seed,
+                           const FrameModel& change) {
+    TestImage image(shape, seed);
+    if (crop) image.Frame().CropRightAndBottom(shape.width / 3, 2);
+    change(image.Frame());
+    return image.Snapshot();
+}
+
+}  // namespace
+
 std::string FirstLevelDiffering(MediaCore::GProcessor* effect, const FrameShape& shape, bool crop,
                                 uint32_t seed) {
     using namespace MediaCore;
-    auto* processor = static_cast<GVideoProcessor*>(effect->GetInterface(kVideoProcessorInterface));
-    auto run = [&](Simd::Level level) {
-        TestImage image(shape, seed);
-        if (crop) image.Frame().CropRightAndBottom(shape.width / 3, 2);
-        ImagePostion position{};
-        Simd::SetLevelLimit(level);
-        processor->ProcFrameInPlace(&position, 0, &image.Frame());
-        Simd::SetLevelLimit(Simd::kAvx512);
-        return image.Snapshot();
+    auto run = [&](int level) {
+        return After(shape, crop, seed, [&](GVideoFrame& frame) {
+            Simd::SetLevelLimit(static_cast<Simd::Level>(level));
+            RunInPlace(effect, frame);
+            Simd::SetLevelLimit(Simd::kAvx512);
+        });
     };
     const std::vector<uint8_t> reference = run(Simd::kScalar);
     for (int level = Simd::kSse2; level <= Simd::HostLevel(); ++level) {
-        if (run(static_cast<Simd::Level>(level)) != reference) {
-            return Simd::LevelName(static_cast<Simd::Level>(level));
+        if (run(level) != reference) return Simd::LevelName(static_cast<Simd::Level>(level));
+    }
+    return "";
+}
+
+FactoryEffect::FactoryEffect(unsigned id, const PropertyList& settings)
+    : FactoryEffect(libfilter_GetFilter(nullptr, id), settings) {}
+
+FactoryEffect::FactoryEffect(MediaCore::GVideoProcessor* made, const PropertyList& settings)
+    : p(made) {
+    Set(settings);
+}
+
+FactoryEffect::~FactoryEffect() {
+    p->Free();
+}
+
+bool FactoryEffect::Set(const PropertyList& settings) {
+    bool all = true;
+    for (const auto& [name, value] : settings)
+        all = p->SetProperty(name.c_str(), value.c_str()) && all;
+    return all;
+}
+
+void FactoryEffect::Run(MediaCore::GVideoFrame& frame) {
+    RunInPlace(p, frame);
+}
+
+std::string ModelDiffering(MediaCore::GProcessor* effect, const FrameModel& model,
+                           const FrameShape& shape, bool crop, uint32_t seed) {
+    const std::vector<uint8_t> got =
+        After(shape, crop, seed, [&](MediaCore::GVideoFrame& frame) { RunInPlace(effect, frame); });
+    const std::vector<uint8_t> want = After(shape, crop, seed, model);
+    const auto at = std::mismatch(got.begin(), got.end(), want.begin());
+    if (at.first == got.end()) return "";
+    return "byte " + std::to_string(at.first - got.begin()) + ": " + std::to_string(*at.first) +
+           " against " + std::to_string(*at.second);
+}
+
+std::string FirstShapeDiffering(MediaCore::GProcessor* effect,
+                                const std::vector<FrameShape>& shapes, const FrameModel& model,
+                                uint32_t seed) {
+    for (const FrameShape& shape : shapes) {
+        for (bool crop : {false, true}) {
+            const std::string where = ShapeName(shape) + (crop ? " cropped, " : ", ");
+            if (model) {
+                const std::string differs = ModelDiffering(effect, model, shape, crop, seed);
+                if (!differs.empty()) return where + "model " + differs;
+            }
+            const std::string level = FirstLevelDiffering(effect, shape, crop, seed++);
+            if (!level.empty()) return where + level + " against scalar";
         }
+    }
+    return "";
+}
+
+std::string FirstForeignFormatChanged(MediaCore::GProcessor* effect) {
+    using namespace MediaCore;
+    for (int format : {1, 2, 3, 5, 8, 11, 14, 17, 18, 27, 33, 41, 43}) {
+        TestImage image({format, 8, 4, 2}, 3);
+        const std::vector<uint8_t> before = image.Snapshot();
+        RunInPlace(effect, image.Frame());
+        if (image.Snapshot() != before) return "format " + std::to_string(format);
+    }
+    for (int posed : {-1, 31, 36, 64, 91}) {
+        HostFrame frame(false, PIXFMT_BGRA32, 2, 2, true);
+        std::vector<unsigned char> pixels(16, 7);
+        unsigned char* data[] = {pixels.data()};
+        int pitches[] = {8};
+        frame.SetBuffer(data, pitches, nullptr);
+        frame.posedFormat = posed;
+        RunInPlace(effect, frame);
+        if (pixels != std::vector<unsigned char>(16, 7)) return "posed " + std::to_string(posed);
     }
     return "";
 }

@@ -3,13 +3,16 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "libfilter/CVideoFrame.h"
 #include "libfilter/GProcessor.h"
+#include "libfilter/GVideoProcessor.h"
 #include "libfilter/Siblings.h"
+#include "support/EffectRoster.h"
 
 namespace testing_support {
 
@@ -74,14 +77,48 @@ public:
     bool isCopy = false;
 };
 
-// Frame shapes for comparing a kernel's forms: odd and even widths, pitch padding, both row
-// orders and a right/bottom crop, over the given formats.
+// Frame shapes for comparing a kernel's forms over the given formats: widths 1 to 70 and 1920,
+// odd and even heights, pitch padding and both row orders (callers add a right/bottom crop).
 std::vector<FrameShape> KernelShapes(const std::vector<int>& formats);
 
 // Runs `effect` in place on the same random frame at every instruction-set level this machine
 // has and returns the first level whose bytes differ from the scalar rule's ("" if none).
 std::string FirstLevelDiffering(MediaCore::GProcessor* effect, const FrameShape& shape, bool crop,
                                 uint32_t seed);
+
+// An effect under test, released with its Free: one from the factory by id, or one the host
+// built itself. `settings` are set in order.
+struct FactoryEffect {
+    explicit FactoryEffect(unsigned id, const PropertyList& settings = {});
+    explicit FactoryEffect(MediaCore::GVideoProcessor* made, const PropertyList& settings = {});
+    ~FactoryEffect();
+    FactoryEffect(const FactoryEffect&) = delete;
+    FactoryEffect& operator=(const FactoryEffect&) = delete;
+    // Sets each property in order; false when any was refused.
+    bool Set(const PropertyList& settings);
+    // Processes the frame in place, as a host does.
+    void Run(MediaCore::GVideoFrame& frame);
+    MediaCore::GVideoProcessor* p;
+};
+
+// A plain statement of what an effect does to a frame, applied in place.
+using FrameModel = std::function<void(MediaCore::GVideoFrame&)>;
+
+// Runs `effect` in place on a random frame of `shape` (cropped as FirstLevelDiffering crops)
+// and `model` on an identical frame; "" when every byte agrees, padding and guards included,
+// else the first byte that differs.
+std::string ModelDiffering(MediaCore::GProcessor* effect, const FrameModel& model,
+                           const FrameShape& shape, bool crop, uint32_t seed);
+
+// Every shape, uncropped and cropped: ModelDiffering (when there is a model) and
+// FirstLevelDiffering. "" when all agree, else the first shape that differs and how.
+std::string FirstShapeDiffering(MediaCore::GProcessor* effect,
+                                const std::vector<FrameShape>& shapes, const FrameModel& model,
+                                uint32_t seed = 1);
+
+// Runs `effect` in place on frames of formats no effect reads (frames of ours, and format
+// numbers only a host frame can answer) and names the first one it changed ("" if none).
+std::string FirstForeignFormatChanged(MediaCore::GProcessor* effect);
 
 // Counts the reports liblog's sink takes from the moment it is made.
 class ReportWatch {

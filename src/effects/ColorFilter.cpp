@@ -1,0 +1,280 @@
+// Colour key: zeroes the alpha of pixels near a key colour.
+#include <algorithm>
+
+#include "core/Planes.h"
+#include "core/Simd.h"
+#include "core/VectorMap.h"
+#include "libfilter/DirectEffects.h"
+
+namespace MediaCore {
+
+namespace {
+
+// Packed pixels are keyed when their 24-bit colour number lies in [lo, hi].
+using KeyPixelsFn = void (*)(uint8_t* p, size_t bytes, uint32_t lo, uint32_t hi);
+
+void KeyPixelsScalar(uint8_t* p, size_t bytes, uint32_t lo, uint32_t hi) {
+    for (size_t i = 0; i + 4 <= bytes; i += 4) {
+        const uint32_t colour = p[i] | p[i + 1] << 8 | uint32_t{p[i + 2]} << 16;
+        if (lo <= colour && colour <= hi) p[i + 3] = 0;
+    }
+}
+
+// One planar row: the Y samples, the chroma rows covering them and the alpha row. Positions
+// past a shorter chroma or alpha row read and write that row's last sample.
+struct KeyRow {
+    const uint8_t* y;
+    const uint8_t* u;
+    const uint8_t* v;
+    uint8_t* a;
+    unsigned count;        // Y samples
+    unsigned chromaShift;  // 0: chroma at x, 1: at x >> 1
+    unsigned chromaCount;
+    unsigned alphaCount;
+};
+
+// Per-channel bounds, each inclusive.
+struct KeyBounds {
+    uint8_t lo[3], hi[3];
+};
+
+using KeyRowFn = void (*)(const KeyRow& row, const KeyBounds& b, unsigned begin);
+
+inline bool Within(uint8_t value, const KeyBounds& b, int channel) {
+    return b.lo[channel] <= value && value <= b.hi[channel];
+}
+
+void KeyRowScalar(const KeyRow& r, const KeyBounds& b, unsigned begin) {
+    for (unsigned x = begin; x < r.count; ++x) {
+        const unsigned c = std::min(x >> r.chromaShift, r.chromaCount - 1);
+        if (Within(r.y[x], b, 0) && Within(r.u[c], b, 1) && Within(r.v[c], b, 2)) {
+            r.a[std::min(x, r.alphaCount - 1)] = 0;
+        }
+    }
+}
+
+#if LF_X86_64
+// The Y samples the vector forms may take: those whose chroma and alpha need no clamping.
+inline unsigned VectorEnd(const KeyRow& r) {
+    return std::min({r.count, r.chromaCount << r.chromaShift, r.alphaCount});
+}
+
+// Unsigned byte ranges by min/max: v is inside [lo, hi] when clamping it changes nothing.
+inline __m128i Inside(__m128i v, __m128i lo, __m128i hi) {
+    return _mm_and_si128(_mm_cmpeq_epi8(_mm_max_epu8(v, lo), v),
+                         _mm_cmpeq_epi8(_mm_min_epu8(v, hi), v));
+}
+
+// The 24-bit colour number fits a signed compare; lo <= hi <= 0xFFFFFF is checked by the caller.
+struct KeyPixels128 {
+    __m128i lo, hi;
+    __m128i operator()(__m128i v) const {
+        const __m128i colourMask = _mm_set1_epi32(0x00FFFFFF);
+        const __m128i colour = _mm_and_si128(v, colourMask);
+        const __m128i outside =
+            _mm_or_si128(_mm_cmpgt_epi32(lo, colour), _mm_cmpgt_epi32(colour, hi));
+        return _mm_and_si128(v, _mm_or_si128(outside, colourMask));
+    }
+};
+
+void KeyPixelsSse2(uint8_t* p, size_t bytes, uint32_t lo, uint32_t hi) {
+    const KeyPixels128 op{_mm_set1_epi32(static_cast<int>(lo)),
+                          _mm_set1_epi32(static_cast<int>(hi))};
+    const size_t done = Simd::MapSse2(p, bytes, op);
+    KeyPixelsScalar(p + done, bytes - done, lo, hi);
+}
+
+void KeyRowSse2(const KeyRow& r, const KeyBounds& b, unsigned begin) {
+    const __m128i ylo = _mm_set1_epi8(static_cast<char>(b.lo[0]));
+    const __m128i yhi = _mm_set1_epi8(static_cast<char>(b.hi[0]));
+    const __m128i ulo = _mm_set1_epi8(static_cast<char>(b.lo[1]));
+    const __m128i uhi = _mm_set1_epi8(static_cast<char>(b.hi[1]));
+    const __m128i vlo = _mm_set1_epi8(static_cast<char>(b.lo[2]));
+    const __m128i vhi = _mm_set1_epi8(static_cast<char>(b.hi[2]));
+    const unsigned end = VectorEnd(r);
+    unsigned x = begin;
+    for (; x + 16 <= end; x += 16) {
+        __m128i u, v;
+        if (r.chromaShift == 0) {
+            u = _mm_loadu_si128(reinterpret_cast<const __m128i*>(r.u + x));
+            v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(r.v + x));
+        } else {
+            // Eight chroma samples, each doubled to cover its two Y samples.
+            u = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(r.u + x / 2));
+            v = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(r.v + x / 2));
+            u = _mm_unpacklo_epi8(u, u);
+            v = _mm_unpacklo_epi8(v, v);
+        }
+        const __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i*>(r.y + x));
+        const __m128i keyed = _mm_and_si128(
+            Inside(y, ylo, yhi), _mm_and_si128(Inside(u, ulo, uhi), Inside(v, vlo, vhi)));
+        auto* a = reinterpret_cast<__m128i*>(r.a + x);
+        _mm_storeu_si128(a, _mm_andnot_si128(keyed, _mm_loadu_si128(a)));
+    }
+    KeyRowScalar(r, b, x);
+}
+
+LF_TARGET_AVX2 inline __m256i Inside(__m256i v, __m256i lo, __m256i hi) {
+    return _mm256_and_si256(_mm256_cmpeq_epi8(_mm256_max_epu8(v, lo), v),
+                            _mm256_cmpeq_epi8(_mm256_min_epu8(v, hi), v));
+}
+
+struct KeyPixels256 {
+    __m256i lo, hi;
+    LF_TARGET_AVX2 __m256i operator()(__m256i v) const {
+        const __m256i colourMask = _mm256_set1_epi32(0x00FFFFFF);
+        const __m256i colour = _mm256_and_si256(v, colourMask);
+        const __m256i outside =
+            _mm256_or_si256(_mm256_cmpgt_epi32(lo, colour), _mm256_cmpgt_epi32(colour, hi));
+        return _mm256_and_si256(v, _mm256_or_si256(outside, colourMask));
+    }
+};
+
+LF_TARGET_AVX2 void KeyPixelsAvx2(uint8_t* p, size_t bytes, uint32_t lo, uint32_t hi) {
+    const KeyPixels256 op{_mm256_set1_epi32(static_cast<int>(lo)),
+                          _mm256_set1_epi32(static_cast<int>(hi))};
+    const size_t done = Simd::MapAvx2(p, bytes, op);
+    KeyPixelsScalar(p + done, bytes - done, lo, hi);
+}
+
+LF_TARGET_AVX2 void KeyRowAvx2(const KeyRow& r, const KeyBounds& b, unsigned begin) {
+    const __m256i ylo = _mm256_set1_epi8(static_cast<char>(b.lo[0]));
+    const __m256i yhi = _mm256_set1_epi8(static_cast<char>(b.hi[0]));
+    const __m256i ulo = _mm256_set1_epi8(static_cast<char>(b.lo[1]));
+    const __m256i uhi = _mm256_set1_epi8(static_cast<char>(b.hi[1]));
+    const __m256i vlo = _mm256_set1_epi8(static_cast<char>(b.lo[2]));
+    const __m256i vhi = _mm256_set1_epi8(static_cast<char>(b.hi[2]));
+    const unsigned end = VectorEnd(r);
+    unsigned x = begin;
+    for (; x + 32 <= end; x += 32) {
+        __m256i u, v;
+        if (r.chromaShift == 0) {
+            u = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(r.u + x));
+            v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(r.v + x));
+        } else {
+            const __m128i hu = _mm_loadu_si128(reinterpret_cast<const __m128i*>(r.u + x / 2));
+            const __m128i hv = _mm_loadu_si128(reinterpret_cast<const __m128i*>(r.v + x / 2));
+            u = _mm256_set_m128i(_mm_unpackhi_epi8(hu, hu), _mm_unpacklo_epi8(hu, hu));
+            v = _mm256_set_m128i(_mm_unpackhi_epi8(hv, hv), _mm_unpacklo_epi8(hv, hv));
+        }
+        const __m256i y = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(r.y + x));
+        const __m256i keyed = _mm256_and_si256(
+            Inside(y, ylo, yhi), _mm256_and_si256(Inside(u, ulo, uhi), Inside(v, vlo, vhi)));
+        auto* a = reinterpret_cast<__m256i*>(r.a + x);
+        _mm256_storeu_si256(a, _mm256_andnot_si256(keyed, _mm256_loadu_si256(a)));
+    }
+    KeyRowSse2(r, b, x);
+}
+#endif
+
+constexpr Simd::Variant<KeyPixelsFn> kKeyPixels[] = {
+    {Simd::kScalar, KeyPixelsScalar},
+#if LF_X86_64
+    {Simd::kSse2, KeyPixelsSse2},
+    {Simd::kAvx2, KeyPixelsAvx2},
+#endif
+};
+
+constexpr Simd::Variant<KeyRowFn> kKeyRow[] = {
+    {Simd::kScalar, KeyRowScalar},
+#if LF_X86_64
+    {Simd::kSse2, KeyRowSse2},
+    {Simd::kAvx2, KeyRowAvx2},
+#endif
+};
+
+// Bounds clamped to a byte after 32-bit signed arithmetic, so a scope read back as a negative
+// number gives bounds that cross and key nothing, or wrap into a byte.
+inline void ChannelBounds(uint8_t key, unsigned scope, uint8_t& lo, uint8_t& hi) {
+    const auto low = static_cast<int32_t>(key - scope);
+    const auto high = static_cast<int32_t>(key + scope);
+    lo = static_cast<uint8_t>(std::max(0, low));
+    hi = static_cast<uint8_t>(std::min(255, high));
+}
+
+}  // namespace
+
+CColorFilterEffect::CColorFilterEffect() : CImageEffectBase(AVPROCESSOR_COLOR_FILTER) {
+    AddProperty("filter_scope", PropertyNode::Int32(0));
+    AddProperty("filter_color", PropertyNode::Int32(0));
+}
+
+int CColorFilterEffect::OnSetProperty(const std::string& name, PropertyNode& node) {
+    const int result = CVideoEffectBase::OnSetProperty(name, node);
+    if (name == "filter_scope") {
+        scope_ = static_cast<unsigned>(node.parsed.i32);
+    } else if (name == "filter_color") {
+        color_ = static_cast<unsigned>(node.parsed.i32);
+        const double r = (color_ >> 16) & 0xFF, g = (color_ >> 8) & 0xFF, b = color_ & 0xFF;
+        // Studio-swing YUV of the key, truncated toward zero.
+        keyY_ = static_cast<uint8_t>(static_cast<int>(0.257 * r + 0.504 * g + 0.098 * b + 16.0));
+        keyU_ = static_cast<uint8_t>(static_cast<int>(-0.148 * r - 0.291 * g + 0.439 * b + 128.0));
+        keyV_ = static_cast<uint8_t>(static_cast<int>(0.439 * r - 0.368 * g - 0.071 * b + 128.0));
+    }
+    return result;
+}
+
+void CColorFilterEffect::FilterRGBA32Effect(unsigned char* pixels, unsigned int width,
+                                            unsigned int stride, unsigned int rows) {
+    // One range over the whole 24-bit number (blue lowest), not one per channel: a scope
+    // spills from channel to channel, and above 255 into the next byte.
+    const uint32_t colour = color_ & 0xFFFFFF;
+    const uint32_t spread = scope_ | scope_ << 8 | scope_ << 16;
+    const uint32_t hi = std::min<uint32_t>(spread + colour, 0xFFFFFF);
+    const uint32_t lo = colour - spread;  // wraps past every colour when the spread is larger
+    if (lo > hi) return;
+    const KeyPixelsFn key = Simd::Pick(kKeyPixels);
+    ForEachSpan(Plane{pixels, width * 4, stride, rows},
+                [&](uint8_t* p, size_t bytes) { key(p, bytes, lo, hi); });
+}
+
+void CColorFilterEffect::FilterComponentEffect(unsigned char** planes, unsigned int* widths,
+                                               unsigned int* strides, unsigned int* rows,
+                                               unsigned char chromaShift) {
+    for (unsigned i = 1; i < 4; ++i) {
+        if (widths[i] == 0 || rows[i] == 0) return;  // nothing to compare with or to key
+    }
+    KeyBounds bounds;
+    const uint8_t key[3] = {keyY_, keyU_, keyV_};
+    for (int c = 0; c < 3; ++c)
+        ChannelBounds(key[c], scope_, bounds.lo[c], bounds.hi[c]);
+    const KeyRowFn keyRow = Simd::Pick(kKeyRow);
+    const unsigned shift = chromaShift != 0 ? 1 : 0;
+    for (unsigned y = 0; y < rows[0]; ++y) {
+        const unsigned cy = std::min(y >> shift, std::min(rows[1], rows[2]) - 1);
+        const unsigned ay = std::min(y, rows[3] - 1);
+        const KeyRow row{planes[0] + size_t{y} * strides[0],
+                         planes[1] + size_t{cy} * strides[1],
+                         planes[2] + size_t{cy} * strides[2],
+                         planes[3] + size_t{ay} * strides[3],
+                         widths[0],
+                         shift,
+                         std::min(widths[1], widths[2]),
+                         widths[3]};
+        keyRow(row, bounds, 0);
+    }
+}
+
+bool CColorFilterEffect::ProcFrameInner(ImagePostion*, int, GVideoFrame* frame) {
+    if (frame == nullptr) return true;
+    const int format = frame->GetPixelFormat();
+    if (format == PIXFMT_BGRA32) {
+        const Plane p = GetPackedPlane(frame);
+        if (!p.Empty()) FilterRGBA32Effect(p.data, p.rowBytes / 4, p.pitch, p.rows);
+    } else if (format == PIXFMT_YUVA420P || format == PIXFMT_PLANAR4_FULL) {
+        unsigned char* planes[4];
+        unsigned widths[4], strides[4], rows[4];
+        for (unsigned i = 0; i < 4; ++i) {
+            const Plane p = GetPlane(frame, i);
+            if (p.Empty()) return true;
+            planes[i] = p.data;
+            widths[i] = p.rowBytes;
+            strides[i] = p.pitch;
+            rows[i] = p.rows;
+        }
+        FilterComponentEffect(planes, widths, strides, rows, format == PIXFMT_YUVA420P);
+    }
+    return true;
+}
+
+}  // namespace MediaCore

@@ -1,0 +1,383 @@
+// Mirage: blends the frame with a copy of itself magnified about its centre.
+#include <algorithm>
+#include <cstring>
+#include <optional>
+#include <vector>
+
+#include "core/Planes.h"
+#include "core/Simd.h"
+#include "libfilter/DirectEffects.h"
+#include "libfilter/Siblings.h"
+
+#if LF_X86_64
+#include <immintrin.h>
+#endif
+
+namespace MediaCore {
+
+namespace {
+
+// One blend step is (original * keep + current * take) >> 8 with keep + take = 256; a sample
+// takes `repeat` steps, starting from its magnified value.
+struct Blend {
+    uint16_t keep;
+    uint16_t take;
+    unsigned repeat;
+};
+
+constexpr uint32_t kNoBlock = UINT32_MAX;
+
+// Where each sample of a destination row takes its magnified value from: the source element
+// of each destination element, and the same grouped in 16-byte blocks for byte-shuffle
+// gathers (a block's first source byte and the 16 offsets from it, or kNoBlock where the
+// block's sources do not fit one 16-byte load inside the source row).
+struct GatherMap {
+    unsigned elementSize;  // 1 for plane samples, 4 for BGRA pixels
+    std::vector<uint32_t> source;
+    std::vector<uint32_t> blockStart;
+    std::vector<uint8_t> blockShuffle;
+};
+
+GatherMap GatherMapOf(std::vector<uint32_t> source, unsigned elementSize, size_t sourceBytes) {
+    GatherMap map{elementSize, std::move(source), {}, {}};
+    const unsigned perBlock = 16 / elementSize;
+    const size_t blocks = map.source.size() / perBlock;
+    map.blockStart.assign(blocks, kNoBlock);
+    map.blockShuffle.assign(blocks * 16, 0);
+    for (size_t b = 0; b < blocks; ++b) {
+        const uint32_t* s = &map.source[b * perBlock];
+        bool fits = size_t{s[0]} * elementSize + 16 <= sourceBytes;
+        for (unsigned j = 0; j < perBlock && fits; ++j) {
+            fits = s[j] >= s[0] && (s[j] - s[0] + 1) * elementSize <= 16;
+            for (unsigned c = 0; c < elementSize && fits; ++c)
+                map.blockShuffle[b * 16 + j * elementSize + c] = (s[j] - s[0]) * elementSize + c;
+        }
+        if (fits) map.blockStart[b] = s[0] * elementSize;
+    }
+    return map;
+}
+
+// The scalar rule: every sample starts from its magnified value and takes `repeat` blend
+// steps toward the original; a BGRA pixel keeps the magnified copy's alpha.
+inline uint8_t Blended(unsigned original, unsigned magnified, const Blend& b) {
+    unsigned v = magnified;
+    for (unsigned r = 0; r < b.repeat; ++r)
+        v = (original * b.keep + v * b.take) >> 8;
+    return static_cast<uint8_t>(v);
+}
+
+void BlendSamples(uint8_t* dst, const uint8_t* original, const uint8_t* magnified,
+                  const uint32_t* source, unsigned count, unsigned elementSize, const Blend& b) {
+    for (unsigned x = 0; x < count; ++x) {
+        const uint8_t* z = magnified + size_t{source[x]} * elementSize;
+        for (unsigned c = 0; c < elementSize; ++c) {
+            const size_t i = size_t{x} * elementSize + c;
+            dst[i] = c == 3 ? z[c] : Blended(original[i], z[c], b);
+        }
+    }
+}
+
+// One row: `count` elements of `dst` from the original row and the magnified source row.
+using MirageRowFn = void (*)(uint8_t* dst, const uint8_t* original, const uint8_t* magnified,
+                             const GatherMap& map, unsigned count, const Blend& blend);
+
+void MirageRowScalar(uint8_t* dst, const uint8_t* original, const uint8_t* magnified,
+                     const GatherMap& map, unsigned count, const Blend& blend) {
+    BlendSamples(dst, original, magnified, map.source.data(), count, map.elementSize, blend);
+}
+
+#if LF_X86_64
+// Gathers 16 bytes of magnified values element by element into two 64-bit halves, which
+// avoids storing bytes to memory only to load them back as one vector.
+inline __m128i GatherElements(const uint8_t* magnified, const uint32_t* source,
+                              unsigned elementSize) {
+    uint64_t half[2] = {0, 0};
+    if (elementSize == 4) {
+        for (unsigned j = 0; j < 4; ++j) {
+            uint32_t pixel;
+            std::memcpy(&pixel, magnified + size_t{source[j]} * 4, 4);
+            half[j / 2] |= uint64_t{pixel} << (32 * (j % 2));
+        }
+    } else {
+        for (unsigned j = 0; j < 16; ++j)
+            half[j / 8] |= uint64_t{magnified[source[j]]} << (8 * (j % 8));
+    }
+    return _mm_set_epi64x(static_cast<long long>(half[1]), static_cast<long long>(half[0]));
+}
+
+// Blend steps in 16-bit lanes: both products and their sum stay below 65536.
+inline __m128i BlendVector(__m128i original, __m128i magnified, const Blend& b,
+                           __m128i keepMagnified) {
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i keep = _mm_set1_epi16(static_cast<short>(b.keep));
+    const __m128i take = _mm_set1_epi16(static_cast<short>(b.take));
+    const __m128i oLo = _mm_mullo_epi16(_mm_unpacklo_epi8(original, zero), keep);
+    const __m128i oHi = _mm_mullo_epi16(_mm_unpackhi_epi8(original, zero), keep);
+    __m128i lo = _mm_unpacklo_epi8(magnified, zero);
+    __m128i hi = _mm_unpackhi_epi8(magnified, zero);
+    for (unsigned r = 0; r < b.repeat; ++r) {
+        lo = _mm_srli_epi16(_mm_add_epi16(oLo, _mm_mullo_epi16(lo, take)), 8);
+        hi = _mm_srli_epi16(_mm_add_epi16(oHi, _mm_mullo_epi16(hi, take)), 8);
+    }
+    const __m128i blended = _mm_packus_epi16(lo, hi);
+    return _mm_or_si128(_mm_and_si128(keepMagnified, magnified),
+                        _mm_andnot_si128(keepMagnified, blended));
+}
+
+// Without a byte shuffle the magnified values are gathered element by element.
+void MirageRowSse2(uint8_t* dst, const uint8_t* original, const uint8_t* magnified,
+                   const GatherMap& map, unsigned count, const Blend& blend) {
+    const unsigned e = map.elementSize;
+    const size_t bytes = size_t{count} * e;
+    const __m128i keepMagnified =
+        e == 4 ? _mm_set1_epi32(static_cast<int>(0xFF000000u)) : _mm_setzero_si128();
+    size_t i = 0;
+    for (; i + 16 <= bytes; i += 16) {
+        const __m128i o = _mm_loadu_si128(reinterpret_cast<const __m128i*>(original + i));
+        const __m128i z = GatherElements(magnified, &map.source[i / e], e);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i),
+                         BlendVector(o, z, blend, keepMagnified));
+    }
+    BlendSamples(dst + i, original + i, magnified, &map.source[i / e], count - i / e, e, blend);
+}
+
+LF_TARGET_AVX2 inline __m256i BlendVector(__m256i original, __m256i magnified, const Blend& b,
+                                          __m256i keepMagnified) {
+    const __m256i zero = _mm256_setzero_si256();
+    const __m256i keep = _mm256_set1_epi16(static_cast<short>(b.keep));
+    const __m256i take = _mm256_set1_epi16(static_cast<short>(b.take));
+    const __m256i oLo = _mm256_mullo_epi16(_mm256_unpacklo_epi8(original, zero), keep);
+    const __m256i oHi = _mm256_mullo_epi16(_mm256_unpackhi_epi8(original, zero), keep);
+    __m256i lo = _mm256_unpacklo_epi8(magnified, zero);
+    __m256i hi = _mm256_unpackhi_epi8(magnified, zero);
+    for (unsigned r = 0; r < b.repeat; ++r) {
+        lo = _mm256_srli_epi16(_mm256_add_epi16(oLo, _mm256_mullo_epi16(lo, take)), 8);
+        hi = _mm256_srli_epi16(_mm256_add_epi16(oHi, _mm256_mullo_epi16(hi, take)), 8);
+    }
+    return _mm256_blendv_epi8(_mm256_packus_epi16(lo, hi), magnified, keepMagnified);
+}
+
+// Two 16-byte blocks at a time, each gathered by one load and a byte shuffle.
+LF_TARGET_AVX2 void MirageRowAvx2(uint8_t* dst, const uint8_t* original, const uint8_t* magnified,
+                                  const GatherMap& map, unsigned count, const Blend& blend) {
+    const unsigned e = map.elementSize;
+    const size_t bytes = size_t{count} * e;
+    const __m256i keepMagnified =
+        e == 4 ? _mm256_set1_epi32(static_cast<int>(0xFF000000u)) : _mm256_setzero_si256();
+    size_t i = 0;
+    for (; i + 32 <= bytes; i += 32) {
+        const size_t b = i / 16;
+        __m256i z;
+        if (map.blockStart[b] != kNoBlock && map.blockStart[b + 1] != kNoBlock) {
+            const __m128i lo =
+                _mm_loadu_si128(reinterpret_cast<const __m128i*>(magnified + map.blockStart[b]));
+            const __m128i hi = _mm_loadu_si128(
+                reinterpret_cast<const __m128i*>(magnified + map.blockStart[b + 1]));
+            const __m256i shuffle =
+                _mm256_loadu_si256(reinterpret_cast<const __m256i*>(&map.blockShuffle[b * 16]));
+            z = _mm256_shuffle_epi8(_mm256_set_m128i(hi, lo), shuffle);
+        } else {
+            z = _mm256_set_m128i(GatherElements(magnified, &map.source[(i + 16) / e], e),
+                                 GatherElements(magnified, &map.source[i / e], e));
+        }
+        const __m256i o = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(original + i));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + i),
+                            BlendVector(o, z, blend, keepMagnified));
+    }
+    BlendSamples(dst + i, original + i, magnified, &map.source[i / e], count - i / e, e, blend);
+}
+#endif
+
+constexpr Simd::Variant<MirageRowFn> kMirageRow[] = {
+    {Simd::kScalar, MirageRowScalar},
+#if LF_X86_64
+    {Simd::kSse2, MirageRowSse2},
+    {Simd::kAvx2, MirageRowAvx2},
+#endif
+};
+
+// The magnified copy's geometry in 16.16 fixed point, with 32-bit unsigned arithmetic
+// throughout; none when the frame is to stay as it is: a weight above 100, or a width at or
+// below 0, which would shrink the copy or divide by zero.
+struct Magnifier {
+    uint32_t step;   // source advance per destination sample, 200 / (200 + width)
+    uint32_t scale;  // (200 + width) / 200
+    Blend blend;
+};
+
+std::optional<Magnifier> MagnifierOf(unsigned width, unsigned alpha) {
+    if (alpha > 100 || static_cast<int>(width) <= 0) return std::nullopt;
+    const uint32_t z = 200 + width;
+    const uint32_t a = ((alpha << 7) + 5120) / 100;
+    const Blend blend{static_cast<uint16_t>(256 - a), static_cast<uint16_t>(a), 1};
+    return Magnifier{(200u << 16) / z, (z << 16) / 200, blend};
+}
+
+// Source positions along an axis of `length` samples, centred: (origin + i * step) >> 16,
+// one addition a sample. Empty when a position would leave the axis, so the frame is kept.
+std::vector<uint32_t> Positions(const Magnifier& m, uint32_t length) {
+    const uint32_t origin = ((((m.scale * length) >> 16) - length) * m.step) >> 1;
+    std::vector<uint32_t> positions(length);
+    uint32_t at = origin;
+    for (uint32_t i = 0; i < length; ++i, at += m.step) {
+        positions[i] = at >> 16;
+        if (positions[i] >= length) return {};
+    }
+    return positions;
+}
+
+// A chroma axis of `length` samples under luma positions: each chroma sample takes its
+// magnified value from the last luma position over it (later writes win) and is blended once
+// for every luma position over it. Luma positions past the chroma axis's end count for its
+// last sample.
+struct ChromaAxis {
+    std::vector<uint32_t> source;
+    std::vector<uint32_t> cover;
+};
+
+ChromaAxis ChromaAxisOf(const std::vector<uint32_t>& luma, unsigned shift, uint32_t length) {
+    ChromaAxis axis{std::vector<uint32_t>(length), std::vector<uint32_t>(length)};
+    for (size_t i = 0; i < luma.size(); ++i) {
+        const size_t c = std::min<size_t>(i >> shift, length - 1);
+        axis.source[c] = std::min<uint32_t>(luma[i] >> shift, length - 1);
+        ++axis.cover[c];
+    }
+    return axis;
+}
+
+// One chroma plane: a sample covered by n luma pixels is blended n times in succession, each
+// time from the current value and the unchanged chroma, which pulls it further toward the
+// magnified value. The columns covered by a full 2^h luma columns share one count; the others
+// (the last on odd sizes, or none at all) are blended one by one.
+void BlendChroma(const Plane& dst, const uint8_t* src, const std::vector<uint32_t>& xs,
+                 const std::vector<uint32_t>& ys, unsigned h, unsigned v, Blend blend,
+                 MirageRowFn blendRow) {
+    const ChromaAxis columns = ChromaAxisOf(xs, h, dst.rowBytes);
+    const ChromaAxis rows = ChromaAxisOf(ys, v, dst.rows);
+    const GatherMap map = GatherMapOf(columns.source, 1, dst.rowBytes);
+    unsigned uniform = 0;
+    while (uniform < dst.rowBytes && columns.cover[uniform] == 1u << h)
+        ++uniform;
+    for (unsigned cy = 0; cy < dst.rows; ++cy) {
+        if (rows.cover[cy] == 0) continue;
+        uint8_t* d = dst.Row(cy);
+        const uint8_t* o = src + size_t{cy} * dst.pitch;
+        const uint8_t* z = src + size_t{rows.source[cy]} * dst.pitch;
+        blend.repeat = rows.cover[cy] << h;
+        blendRow(d, o, z, map, uniform, blend);
+        for (unsigned cx = uniform; cx < dst.rowBytes; ++cx) {
+            blend.repeat = rows.cover[cy] * columns.cover[cx];
+            if (blend.repeat != 0)
+                BlendSamples(d + cx, o + cx, z, &columns.source[cx], 1, 1, blend);
+        }
+    }
+}
+
+// Horizontal and vertical chroma shifts as 10 * h + v; -1 for formats left as they are.
+int SubsamplingCode(int format) {
+    switch (format) {
+        case PIXFMT_YUV420P:
+        case PIXFMT_YUV420P_12:
+        case PIXFMT_YUVA420P:
+            return 11;
+        case PIXFMT_YUV422P:
+        case PIXFMT_YUV422P_13:
+            return 10;
+        case PIXFMT_YUV410P:
+            return 22;
+        case PIXFMT_YUV411P:
+            return 20;
+        case PIXFMT_PLANAR4_FULL:
+            return 0;
+        default:
+            return -1;
+    }
+}
+
+// The copy the workers read is assumed laid out as the frame: one stride serves both.
+bool SameLayout(const Plane& a, const Plane& b) {
+    return a.rowBytes == b.rowBytes && a.pitch == b.pitch && a.rows == b.rows;
+}
+
+}  // namespace
+
+CMirageVideoImageEffect::CMirageVideoImageEffect() : CImageEffectBase(AVPROCESSOR_MIRAGE) {
+    AddProperty("mirage_width", PropertyNode::Int32(10));
+    AddProperty("mirage_alpha", PropertyNode::Int32(10));
+    libcore_GetCpuCapability();  // asked once; the kernels pick their own forms
+}
+
+int CMirageVideoImageEffect::OnSetProperty(const std::string& name, PropertyNode& node) {
+    const int result = CVideoEffectBase::OnSetProperty(name, node);
+    if (name == "mirage_width") width_ = static_cast<unsigned>(node.parsed.i32);
+    if (name == "mirage_alpha") alpha_ = static_cast<unsigned>(node.parsed.i32);
+    return result;
+}
+
+void CMirageVideoImageEffect::MirageRgba32Effect(unsigned char* dst, unsigned char* src,
+                                                 unsigned int width, unsigned int stride,
+                                                 unsigned int rows) {
+    const std::optional<Magnifier> m = MagnifierOf(width_, alpha_);
+    if (!m) return;
+    const std::vector<uint32_t> ys = Positions(*m, rows);
+    const GatherMap columns = GatherMapOf(Positions(*m, width), 4, size_t{width} * 4);
+    if (ys.empty() || columns.source.empty()) return;
+    const MirageRowFn blendRow = Simd::Pick(kMirageRow);
+    for (unsigned y = 0; y < rows; ++y) {
+        blendRow(dst + size_t{y} * stride, src + size_t{y} * stride, src + size_t{ys[y]} * stride,
+                 columns, width, m->blend);
+    }
+}
+
+void CMirageVideoImageEffect::MirageComponentEffect(unsigned char** dst, unsigned char** src,
+                                                    unsigned int* width, unsigned int* strides,
+                                                    unsigned int* rows, unsigned int subsampling) {
+    const std::optional<Magnifier> m = MagnifierOf(width_, alpha_);
+    if (!m) return;
+    const std::vector<uint32_t> xs = Positions(*m, width[0]);
+    const std::vector<uint32_t> ys = Positions(*m, rows[0]);
+    if (xs.empty() || ys.empty()) return;
+    const MirageRowFn blendRow = Simd::Pick(kMirageRow);
+    const GatherMap luma = GatherMapOf(xs, 1, width[0]);
+    for (unsigned y = 0; y < rows[0]; ++y) {
+        blendRow(dst[0] + size_t{y} * strides[0], src[0] + size_t{y} * strides[0],
+                 src[0] + size_t{ys[y]} * strides[0], luma, width[0], m->blend);
+    }
+    for (unsigned p = 1; p < 3; ++p) {
+        const Plane chroma{dst[p], width[p], strides[p], rows[p]};
+        if (chroma.Empty()) continue;
+        BlendChroma(chroma, src[p], xs, ys, subsampling / 10, subsampling % 10, m->blend, blendRow);
+    }
+}
+
+bool CMirageVideoImageEffect::ProcFrameInner(ImagePostion*, int, GVideoFrame* frame) {
+    if (frame == nullptr) return true;
+    // The unchanged picture that both the magnified values and the blend read from.
+    const FramePtr copy(frame->Clone());
+    if (!copy) return true;
+    const int format = frame->GetPixelFormat();
+    if (format == PIXFMT_BGRA32) {
+        const Plane d = GetPackedPlane(frame), s = GetPackedPlane(copy.get());
+        if (!d.Empty() && !s.Empty() && SameLayout(d, s))
+            MirageRgba32Effect(d.data, s.data, d.rowBytes / 4, d.pitch, d.rows);
+        return true;
+    }
+    const int code = SubsamplingCode(format);
+    if (code < 0) return true;
+    unsigned char* dst[3];
+    unsigned char* src[3];
+    unsigned widths[3], strides[3], rows[3];
+    for (unsigned i = 0; i < 3; ++i) {
+        const Plane d = GetPlane(frame, i), s = GetPlane(copy.get(), i);
+        if (!SameLayout(d, s) || (d.Empty() != s.Empty()) || (i == 0 && d.Empty())) return true;
+        dst[i] = d.data;
+        src[i] = s.data;
+        widths[i] = d.Empty() ? 0 : d.rowBytes;
+        strides[i] = d.pitch;
+        rows[i] = d.rows;
+    }
+    MirageComponentEffect(dst, src, widths, strides, rows, static_cast<unsigned>(code));
+    return true;
+}
+
+}  // namespace MediaCore

@@ -1,0 +1,426 @@
+// Mosaic. A block's colour is its top-left sample, so the rows of a block below its first are
+// copies of the first: only one row in each block row is filled block by block.
+//
+// Only the far edges of the rectangle are rounded to whole blocks, so the last block of a row
+// may reach past the rectangle and past the row's last pixel. Such writes land where the row's
+// memory continues (its pitch padding) and are cut at the end of the plane's memory, rows x
+// pitch from its start; nothing outside that is read or written.
+#include "libfilter/MosaicEffect.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "core/Planes.h"
+#include "core/Simd.h"
+#include "libfilter/Siblings.h"
+
+#if LF_X86_64
+#include <immintrin.h>
+#endif
+
+namespace MediaCore {
+
+namespace {
+
+// Fills blocks in place: byte i takes the byte at the same place in the first unit (sample or
+// pixel) of its block, p[(i & ~(block - 1)) | (i & (unit - 1))], with blocks of 2^logBlock
+// bytes and units of 2^logUnit bytes (at most 4).
+using FillBlocksFn = void (*)(uint8_t* p, size_t bytes, unsigned logBlock, unsigned logUnit);
+
+// Thinned chroma: byte i of `dst`, for every i that is a multiple of 2^logStride (at most 4),
+// takes the first byte of its block of 2^logBlock bytes in `src`; the bytes between keep their
+// values. `src` is `dst` or a row that does not overlap it.
+using FillChromaFn = void (*)(uint8_t* dst, const uint8_t* src, size_t bytes, unsigned logBlock,
+                              unsigned logStride);
+
+void FillBlocksScalar(uint8_t* p, size_t bytes, unsigned logBlock, unsigned logUnit) {
+    const size_t keep = ~((size_t{1} << logBlock) - 1) | ((size_t{1} << logUnit) - 1);
+    for (size_t i = 0; i < bytes; ++i)
+        p[i] = p[i & keep];
+}
+
+void FillChromaScalar(uint8_t* dst, const uint8_t* src, size_t bytes, unsigned logBlock,
+                      unsigned logStride) {
+    const size_t block = size_t{1} << logBlock, stride = size_t{1} << logStride;
+    for (size_t k = 0; k < bytes; k += block) {
+        const uint8_t value = src[k];
+        for (size_t m = k; m < std::min(k + block, bytes); m += stride)
+            dst[m] = value;
+    }
+}
+
+#if LF_X86_64
+// Which bytes of each 4 a chroma stride of 1, 2 or 4 writes.
+constexpr int kStrideBytes[] = {-1, 0x00FF00FF, 0x000000FF};
+
+// Spreads each block's first unit over its block inside 64-bit lanes (blocks of at most 8
+// bytes): keeps the first units and doubles them by shifts.
+class SpreadSse2 {
+public:
+    SpreadSse2(unsigned logBlock, unsigned logUnit) : from_(8u << logUnit), to_(8u << logBlock) {
+        uint64_t first = 0;
+        for (unsigned k = 0; k < 64; k += to_)
+            first |= (~0ull >> (64 - from_)) << k;
+        first_ = _mm_set1_epi64x(static_cast<long long>(first));
+    }
+    __m128i operator()(__m128i x) const {
+        __m128i t = _mm_and_si128(x, first_);
+        for (unsigned s = from_; s < to_; s <<= 1)
+            t = _mm_or_si128(t, _mm_sll_epi64(t, _mm_cvtsi32_si128(static_cast<int>(s))));
+        return t;
+    }
+
+private:
+    unsigned from_, to_;
+    __m128i first_;
+};
+
+inline __m128i BlendSse2(__m128i mask, __m128i a, __m128i b) {
+    return _mm_or_si128(_mm_and_si128(mask, a), _mm_andnot_si128(mask, b));
+}
+
+// A block's first unit repeated over 32 bits: a pixel, or a sample four times.
+uint32_t LoadUnit(const uint8_t* p, unsigned logUnit) {
+    if (logUnit != 2) return p[0] * 0x01010101u;
+    uint32_t v;
+    std::memcpy(&v, p, 4);
+    return v;
+}
+
+void FillBlocksSse2(uint8_t* p, size_t bytes, unsigned logBlock, unsigned logUnit) {
+    const size_t block = size_t{1} << logBlock;
+    size_t i = 0;
+    if (block <= 8) {
+        const SpreadSse2 spread(logBlock, logUnit);
+        for (; i + 16 <= bytes; i += 16) {
+            auto* q = reinterpret_cast<__m128i*>(p + i);
+            _mm_storeu_si128(q, spread(_mm_loadu_si128(q)));
+        }
+    } else {
+        for (; i + block <= bytes; i += block) {
+            const __m128i v = _mm_set1_epi32(static_cast<int>(LoadUnit(p + i, logUnit)));
+            for (size_t k = 0; k < block; k += 16)
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(p + i + k), v);
+        }
+    }
+    FillBlocksScalar(p + i, bytes - i, logBlock, logUnit);
+}
+
+void FillChromaSse2(uint8_t* dst, const uint8_t* src, size_t bytes, unsigned logBlock,
+                    unsigned logStride) {
+    const size_t block = size_t{1} << logBlock;
+    const __m128i write = _mm_set1_epi32(kStrideBytes[logStride]);
+    size_t i = 0;
+    if (block <= 8) {
+        const SpreadSse2 spread(logBlock, 0);
+        for (; i + 16 <= bytes; i += 16) {
+            auto* q = reinterpret_cast<__m128i*>(dst + i);
+            const __m128i v = spread(_mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i)));
+            _mm_storeu_si128(q, BlendSse2(write, v, _mm_loadu_si128(q)));
+        }
+    } else {
+        for (; i + block <= bytes; i += block) {
+            const __m128i v = _mm_set1_epi8(static_cast<char>(src[i]));
+            for (size_t k = 0; k < block; k += 16) {
+                auto* q = reinterpret_cast<__m128i*>(dst + i + k);
+                _mm_storeu_si128(q, BlendSse2(write, v, _mm_loadu_si128(q)));
+            }
+        }
+    }
+    FillChromaScalar(dst + i, src + i, bytes - i, logBlock, logStride);
+}
+
+// Byte shuffle that spreads each block's first unit inside 16-byte lanes (blocks of at most
+// 16 bytes): byte j of a lane takes byte j & keep.
+LF_TARGET_AVX2 __m256i SpreadIndexAvx2(unsigned logBlock, unsigned logUnit) {
+    const int keep = ~((1 << logBlock) - 1) | ((1 << logUnit) - 1);
+    const __m256i lane = _mm256_setr_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 0,
+                                          1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
+    return _mm256_and_si256(lane, _mm256_set1_epi8(static_cast<char>(keep)));
+}
+
+LF_TARGET_AVX2 void FillBlocksAvx2(uint8_t* p, size_t bytes, unsigned logBlock, unsigned logUnit) {
+    const size_t block = size_t{1} << logBlock;
+    size_t i = 0;
+    if (block <= 16) {
+        const __m256i index = SpreadIndexAvx2(logBlock, logUnit);
+        for (; i + 32 <= bytes; i += 32) {
+            auto* q = reinterpret_cast<__m256i*>(p + i);
+            _mm256_storeu_si256(q, _mm256_shuffle_epi8(_mm256_loadu_si256(q), index));
+        }
+    } else {
+        for (; i + block <= bytes; i += block) {
+            const __m256i v = _mm256_set1_epi32(static_cast<int>(LoadUnit(p + i, logUnit)));
+            for (size_t k = 0; k < block; k += 32)
+                _mm256_storeu_si256(reinterpret_cast<__m256i*>(p + i + k), v);
+        }
+    }
+    _mm256_zeroupper();  // the SSE2 form finishes without the AVX-SSE switch penalty
+    FillBlocksSse2(p + i, bytes - i, logBlock, logUnit);
+}
+
+LF_TARGET_AVX2 void FillChromaAvx2(uint8_t* dst, const uint8_t* src, size_t bytes,
+                                   unsigned logBlock, unsigned logStride) {
+    const size_t block = size_t{1} << logBlock;
+    const __m256i write = _mm256_set1_epi32(kStrideBytes[logStride]);
+    size_t i = 0;
+    if (block <= 16) {
+        const __m256i index = SpreadIndexAvx2(logBlock, 0);
+        for (; i + 32 <= bytes; i += 32) {
+            auto* q = reinterpret_cast<__m256i*>(dst + i);
+            const __m256i s = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + i));
+            const __m256i v = _mm256_shuffle_epi8(s, index);
+            _mm256_storeu_si256(q, _mm256_blendv_epi8(_mm256_loadu_si256(q), v, write));
+        }
+    } else {
+        for (; i + block <= bytes; i += block) {
+            const __m256i v = _mm256_set1_epi8(static_cast<char>(src[i]));
+            for (size_t k = 0; k < block; k += 32) {
+                auto* q = reinterpret_cast<__m256i*>(dst + i + k);
+                _mm256_storeu_si256(q, _mm256_blendv_epi8(_mm256_loadu_si256(q), v, write));
+            }
+        }
+    }
+    _mm256_zeroupper();
+    FillChromaSse2(dst + i, src + i, bytes - i, logBlock, logStride);
+}
+#endif
+
+constexpr Simd::Variant<FillBlocksFn> kFillBlocks[] = {
+    {Simd::kScalar, FillBlocksScalar},
+#if LF_X86_64
+    {Simd::kSse2, FillBlocksSse2},
+    {Simd::kAvx2, FillBlocksAvx2},
+#endif
+};
+
+constexpr Simd::Variant<FillChromaFn> kFillChroma[] = {
+    {Simd::kScalar, FillChromaScalar},
+#if LF_X86_64
+    {Simd::kSse2, FillChromaSse2},
+    {Simd::kAvx2, FillChromaAvx2},
+#endif
+};
+
+// A plane's memory: `size` bytes from `data`.
+struct Memory {
+    uint8_t* data;
+    size_t size;
+
+    // How many of `bytes` bytes from `offset` lie inside.
+    size_t Fit(size_t offset, size_t bytes) const {
+        return offset >= size ? 0 : std::min(bytes, size - offset);
+    }
+    void Set(size_t offset, size_t bytes, uint8_t value) const {
+        std::memset(data + offset, value, Fit(offset, bytes));
+    }
+};
+
+// The rectangle with its far edges rounded down to whole blocks of side 2^logb.
+struct BlockGrid {
+    size_t left = 0, right = 0, top = 0, bottom = 0;
+    unsigned logb = 0;
+
+    bool Empty() const { return left >= right || top >= bottom; }
+    // Samples from `left` to the end of a row's last block.
+    size_t Span() const { return ((right - left + (size_t{1} << logb) - 1) >> logb) << logb; }
+    // The first row of y's block row.
+    size_t BlockRow(size_t y) const { return top + (((y - top) >> logb) << logb); }
+};
+
+// A corner past the frame leaves it alone: the rectangle is not clipped.
+BlockGrid MakeGrid(uint32_t x1, uint32_t y1, uint32_t x2, uint32_t y2, uint32_t step,
+                   unsigned width, unsigned height) {
+    BlockGrid g;
+    if (x1 > width || x2 > width || y1 > height || y2 > height) return g;
+    g.logb = step % 32;
+    const uint32_t mask = ~((uint32_t{1} << g.logb) - 1);
+    g.left = std::min(x1, x2);
+    g.right = std::max(x1, x2) & mask;
+    g.top = std::min(y1, y2);
+    g.bottom = std::max(y1, y2) & mask;
+    return g;
+}
+
+// Shifts that may exceed the word (an unusual subsampling code) give 0.
+size_t Shr(size_t v, unsigned s) {
+    return s >= 64 ? 0 : v >> s;
+}
+
+// Fills a plane of units of 2^logUnit bytes: the first row of each block row block by block,
+// the rows below as copies of it. The copy never overlaps its source: a row's last block
+// reaches past the row's pitch by at most `left` units, into the part of the next row the
+// rectangle leaves alone.
+void FillRows(const Memory& m, size_t pitch, const BlockGrid& g, unsigned logUnit) {
+    const FillBlocksFn fill = Simd::Pick(kFillBlocks);
+    const size_t left = g.left << logUnit, span = g.Span() << logUnit;
+    for (size_t y = g.top; y < g.bottom; ++y) {
+        const size_t at = y * pitch + left;
+        const size_t bytes = m.Fit(at, span);
+        if (bytes == 0) break;
+        const size_t r = g.BlockRow(y);
+        if (y == r) {
+            fill(m.data + at, bytes, g.logb + logUnit, logUnit);
+        } else {
+            std::memmove(m.data + at, m.data + r * pitch + left, bytes);
+        }
+    }
+}
+
+// Chroma of luma blocks of at least 4 samples: luma row y writes chroma row y >> vs, every
+// (4 >> hs)-th sample of each block, from chroma row r >> vs of its block row r. Rows are
+// walked in order, since a chroma row may be read after an earlier luma row wrote it. A luma
+// row that writes the same chroma row as the one before writes the same bytes again (in the
+// same block row it reads the same samples; a block row starting there reads the samples the
+// row before just wrote) and is skipped, unless chroma rows lie so close that they overlap.
+void FillChromaRows(const Memory& m, size_t pitch, const BlockGrid& g, unsigned hs, unsigned vs) {
+    if (m.data == nullptr) return;
+    const unsigned logBlock = g.logb - hs, logStride = 2 - hs;
+    const size_t left = g.left >> hs;
+    const size_t span = (g.Span() >> hs) - (size_t{1} << logStride) + 1;  // to the last write
+    const bool overlap = pitch < span;
+    const FillChromaFn fill = overlap ? FillChromaScalar : Simd::Pick(kFillChroma);
+    for (size_t y = g.top; y < g.bottom; ++y) {
+        const size_t r = g.BlockRow(y);
+        if (!overlap && y > g.top && (y >> vs) == ((y - 1) >> vs)) continue;
+        const size_t at = (y >> vs) * pitch + left;
+        const size_t bytes = m.Fit(at, span);
+        if (bytes == 0) break;
+        fill(m.data + at, m.data + (r >> vs) * pitch + left, bytes, logBlock, logStride);
+    }
+}
+
+// The planar rule block by block as stated, for blocks narrower than a luma group (steps 32
+// and 33) and for chroma shifts above 2: there a block's writes reach the samples later blocks
+// read, so the walk keeps its order.
+void MosaicBlockByBlock(const Memory& luma, size_t lumaPitch, const Memory (&chroma)[2],
+                        size_t chromaPitch, const BlockGrid& g, unsigned hs, unsigned vs) {
+    const size_t b = size_t{1} << g.logb;
+    for (size_t y = g.top; y < g.bottom; ++y) {
+        const size_t r = g.BlockRow(y);
+        for (size_t x = g.left; x < g.right; x += b) {
+            const uint8_t value = luma.data[r * lumaPitch + x];
+            for (size_t k = 0; k < b; k += 4)
+                luma.Set(y * lumaPitch + x + k, 4, value);
+            for (const Memory& c : chroma) {
+                // Every write of the block lies at or past its read.
+                const size_t from = Shr(r, vs) * chromaPitch + Shr(x, hs);
+                if (from >= c.size) continue;
+                const uint8_t v = c.data[from];
+                for (size_t k = 0; k < b; k += 4)
+                    c.Set(Shr(y, vs) * chromaPitch + Shr(x + k, hs), 1, v);
+            }
+        }
+    }
+}
+
+// 10 x horizontal chroma shift + vertical chroma shift.
+unsigned SubsamplingCode(int format) {
+    switch (format) {
+        case PIXFMT_YUV422P:
+        case PIXFMT_YUV422P_13:
+            return 10;
+        case PIXFMT_YUV410P:
+            return 22;
+        case PIXFMT_YUV411P:
+            return 20;
+        case PIXFMT_PLANAR4_FULL:
+            return 0;
+        default:  // 4:2:0: formats 0, 12 and 35
+            return 11;
+    }
+}
+
+Memory PlaneMemory(unsigned char* data, unsigned pitch, unsigned rows) {
+    return {data, data == nullptr ? 0 : size_t{rows} * pitch};
+}
+
+}  // namespace
+
+CMosaicVideoImageEffect::CMosaicVideoImageEffect() : CImageEffectBase(AVPROCESSOR_MOSAIC) {
+    AddProperty("mosaic_x1", PropertyNode::Int32(0));
+    AddProperty("mosaic_y1", PropertyNode::Int32(0));
+    AddProperty("mosaic_x2", PropertyNode::Int32(0));
+    AddProperty("mosaic_y2", PropertyNode::Int32(0));
+    AddProperty("mosaic_step", PropertyNode::Int32(3));
+    // Asked once as the engine expects; kernels pick their own forms.
+    (void)libcore_GetCpuCapability();
+}
+
+int CMosaicVideoImageEffect::OnSetProperty(const std::string& name, PropertyNode& node) {
+    const int result = CVideoEffectBase::OnSetProperty(name, node);
+    const auto value = static_cast<uint32_t>(node.parsed.i32);
+    if (name == "mosaic_x1") {
+        x1_ = value;
+    } else if (name == "mosaic_y1") {
+        y1_ = value;
+    } else if (name == "mosaic_x2") {
+        x2_ = value;
+    } else if (name == "mosaic_y2") {
+        y2_ = value;
+    } else if (name == "mosaic_step") {
+        step_ = value;
+    }
+    return result;
+}
+
+bool CMosaicVideoImageEffect::ProcFrameInner(ImagePostion*, int, GVideoFrame* frame) {
+    if (frame == nullptr) return false;
+    const int format = frame->GetPixelFormat();
+    switch (FamilyOf(format)) {
+        case FormatFamily::PackedBgra: {
+            const Plane p = GetPlane(frame, 0);
+            MosaicRgba32Effect(p.data, p.rowBytes / 4, p.pitch, p.rows);
+            break;
+        }
+        case FormatFamily::PlanarYuv: {
+            unsigned char* planes[3];
+            unsigned widths[3], pitches[3], heights[3];
+            for (unsigned i = 0; i < 3; ++i) {
+                const Plane p = GetPlane(frame, i);
+                planes[i] = p.data;
+                widths[i] = p.rowBytes;
+                pitches[i] = p.pitch;
+                heights[i] = p.rows;
+            }
+            MosaicComponentEffect(planes, widths, pitches, heights, SubsamplingCode(format));
+            break;
+        }
+        case FormatFamily::Other:
+            break;
+    }
+    return true;
+}
+
+void CMosaicVideoImageEffect::MosaicRgba32Effect(unsigned char* pixels, unsigned width,
+                                                 unsigned pitch, unsigned height) {
+    // A row never reaches past its pitch.
+    const BlockGrid g = MakeGrid(x1_, y1_, x2_, y2_, step_, std::min(width, pitch / 4), height);
+    // Blocks of one pixel would copy every pixel onto itself.
+    if (pixels == nullptr || step_ == 0 || g.Empty() || g.logb == 0) return;
+    FillRows(PlaneMemory(pixels, pitch, height), pitch, g, 2);
+}
+
+void CMosaicVideoImageEffect::MosaicComponentEffect(unsigned char* const planes[3],
+                                                    const unsigned widths[3],
+                                                    const unsigned pitches[3],
+                                                    const unsigned heights[3], unsigned code) {
+    if (planes == nullptr || widths == nullptr || pitches == nullptr || heights == nullptr) return;
+    const BlockGrid g =
+        MakeGrid(x1_, y1_, x2_, y2_, step_, std::min(widths[0], pitches[0]), heights[0]);
+    // Luma is written four samples at a time, so blocks narrower than that are refused.
+    if (planes[0] == nullptr || step_ < 2 || g.Empty()) return;
+    const unsigned hs = code / 10, vs = code % 10;
+    const Memory luma = PlaneMemory(planes[0], pitches[0], heights[0]);
+    const Memory chroma[2] = {PlaneMemory(planes[1], pitches[1], heights[1]),
+                              PlaneMemory(planes[2], pitches[2], heights[2])};
+    if (g.logb < 2 || hs > 2) {
+        MosaicBlockByBlock(luma, pitches[0], chroma, pitches[1], g, hs, vs);
+        return;
+    }
+    FillRows(luma, pitches[0], g, 0);
+    for (const Memory& c : chroma)
+        FillChromaRows(c, pitches[1], g, hs, vs);
+}
+
+}  // namespace MediaCore

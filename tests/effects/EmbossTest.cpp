@@ -1,0 +1,126 @@
+// Emboss: worked bytes, a plain model on random frames, vector forms, host kernels.
+#include <gtest/gtest.h>
+
+#include <set>
+#include <tuple>
+
+#include "core/Planes.h"
+#include "libfilter/EmbossEffect.h"
+#include "support/TestFrame.h"
+
+using namespace MediaCore;
+using namespace testing_support;
+
+namespace {
+
+FactoryEffect Emboss(const char* level = nullptr) {
+    return FactoryEffect(AVPROCESSOR_EMBOSS,
+                         level ? PropertyList{{"emboss_level", level}} : PropertyList{});
+}
+
+// Planes wrap below 0 to white; packed pixels clamp to black and keep alpha.
+uint8_t PlaneRule(int c, int a, uint32_t level) {
+    return static_cast<uint8_t>(std::min(static_cast<uint32_t>(c - a) * level + 128u, 255u));
+}
+uint8_t PackedRule(int c, int a, int32_t level) {
+    return static_cast<uint8_t>(std::clamp<int64_t>(int64_t{c - a} * level, -128, 127) + 128);
+}
+
+void ModelFrame(GVideoFrame& frame, uint32_t level) {
+    const int format = frame.GetPixelFormat();
+    const bool planar = std::set<int>{0, 4, 6, 7, 12, 13, 35, 90}.count(format) != 0;
+    const unsigned planes = planar ? 3 : format == PIXFMT_BGRA32 ? 1 : 0;
+    for (unsigned i = 0; i < planes; ++i) {
+        const Plane p = planar ? GetPlane(&frame, i) : GetPackedPlane(&frame);
+        for (unsigned y = p.rows - 1; !p.Empty() && y > 0; --y) {
+            for (unsigned x = 0; x < p.rowBytes; ++x) {
+                uint8_t& c = p.Row(y)[x];
+                const uint8_t a = p.Row(y - 1)[x];
+                if (planar) c = PlaneRule(c, a, level);
+                if (!planar && x % 4 != 3) c = PackedRule(c, a, static_cast<int32_t>(level));
+            }
+        }
+    }
+}
+
+std::vector<uint8_t> Bytes(const uint8_t* p, size_t n) {
+    return {p, p + n};
+}
+
+// What a kernel was called with: pixels, width, pitch, rows, level.
+using Call = std::tuple<void*, int, unsigned, unsigned, int64_t>;
+std::vector<Call> g_calls;
+void SpyRgba32(unsigned* p, int w, unsigned pitch, unsigned h, int level) {
+    g_calls.push_back({p, w, pitch, h, level});
+}
+void SpyComponent(unsigned char* p, int w, unsigned pitch, unsigned h, unsigned level) {
+    g_calls.push_back({p, w, pitch, h, level});
+}
+
+}  // namespace
+
+TEST(Emboss, WorkedBytes) {
+    struct Case {
+        int format;
+        const char* level;
+        std::vector<uint8_t> above, row, expected;
+    } const cases[] = {
+        {90, nullptr, {100, 110, 140}, {110, 100, 100}, {178, 78, 255}},
+        {30, nullptr, {100, 110, 140, 7}, {110, 100, 100, 9}, {178, 78, 0, 9}},
+        {90, "-1", {100, 110, 140}, {110, 100, 100}, {118, 138, 168}},
+        // 255 x 16843009 is 2^32 - 1: the plane's product wraps back into range.
+        {90, "16843009", {0, 255, 0}, {255, 0, 1}, {127, 129, 255}},
+        {30, "0", {0, 255, 9, 1}, {255, 0, 9, 2}, {128, 128, 128, 2}},
+        {90, "0", {0, 255, 9}, {255, 0, 9}, {128, 128, 128}},
+    };
+    for (const Case& c : cases) {
+        TestImage image({c.format, c.format == 30 ? 1u : 3u, 2}, 4);
+        std::copy(c.above.begin(), c.above.end(), image.Row(0, 0));
+        std::copy(c.row.begin(), c.row.end(), image.Row(0, 1));
+        Emboss(c.level).Run(image.Frame());
+        EXPECT_EQ(Bytes(image.Row(0, 1), c.row.size()), c.expected);
+        EXPECT_EQ(Bytes(image.Row(0, 0), c.row.size()), c.above);
+    }
+}
+
+// Levels that saturate, wrap the plane product, or meet the vector forms' limits.
+TEST(Emboss, MatchesTheModelAndScalarRulesOnEveryFormat) {
+    for (const char* level :
+         {"5", "0", "1", "-1", "-3", "128", "129", "200", "-130", "8388607", "8388608", "-8388608",
+          "16843009", "1073741825", "2147483647", "-2147483648"}) {
+        FactoryEffect effect = Emboss(level);
+        auto model = [&](GVideoFrame& f) {
+            ModelFrame(f, static_cast<uint32_t>(std::atoi(level)));
+        };
+        EXPECT_EQ(
+            FirstShapeDiffering(effect.p, KernelShapes({0, 4, 6, 7, 12, 13, 35, 90, 30}), model),
+            "")
+            << level;
+        EXPECT_EQ(FirstForeignFormatChanged(effect.p), "");
+    }
+}
+
+TEST(Emboss, HostKernelsTakeOverAndEmptyPlanesNeverReachThem) {
+    const EmbossRgba32Kernel rgba32 = emboss_effect_rgba32;
+    const EmbossComponentKernel component = emboss_effect_component;
+    emboss_effect_rgba32 = SpyRgba32;
+    emboss_effect_component = SpyComponent;
+    TestImage packed({PIXFMT_BGRA32, 5, 4, 3}, 1), planar({PIXFMT_PLANAR4_FULL, 6, 2, 1}, 2);
+    TestImage cropped({PIXFMT_YUV420P, 8, 3}, 3);
+    cropped.Frame().CropRightAndBottom(0, 2);  // one luma row, no chroma rows
+    const std::vector<uint8_t> before = packed.Snapshot();
+    g_calls.clear();
+    FactoryEffect effect = Emboss("-3");
+    for (TestImage* image : {&packed, &planar, &cropped})
+        effect.Run(image->Frame());
+    emboss_effect_rgba32 = rgba32;
+    emboss_effect_component = component;
+    auto plane = [](TestImage& image, unsigned i) { return GetPlane(&image.Frame(), i).data; };
+    const std::vector<Call> expected = {{plane(packed, 0), 5, 23, 4, -3},
+                                        {plane(planar, 0), 6, 7, 2, 0xFFFFFFFDu},
+                                        {plane(planar, 1), 6, 7, 2, 0xFFFFFFFDu},
+                                        {plane(planar, 2), 6, 7, 2, 0xFFFFFFFDu},
+                                        {plane(cropped, 0), 8, 8, 1, 0xFFFFFFFDu}};
+    EXPECT_EQ(g_calls, expected);
+    EXPECT_EQ(packed.Snapshot(), before);
+}

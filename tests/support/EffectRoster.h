@@ -1,0 +1,81 @@
+// Every effect this build serves, found by asking the library instead of listing what exists,
+// so the tests, fuzzers and peer benchmarks pick up each effect as it lands: factory ids are
+// probed, and the classes a host constructs itself come in with their header.
+#pragma once
+
+#include <atomic>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "libfilter/GController.h"
+#include "libfilter/GVideoProcessor.h"
+#include "libfilter/IException.h"
+
+namespace testing_support {
+
+// Factory ids a probe tries; the library refuses those it does not serve.
+constexpr unsigned kFirstEffectId = 0;
+constexpr unsigned kLastEffectId = 31;
+
+struct ServedEffect {
+    unsigned id;
+    const char* name;  // lfx's short name
+    bool fromFactory;  // false: constructed directly by the host
+
+    // A new instance (released with its Free); null when the library refuses.
+    MediaCore::GVideoProcessor* Create() const;
+};
+
+// Effects of this build in id order, probed once, with reports silenced while probing.
+const std::vector<ServedEffect>& ServedEffects();
+// The effect with this id, or null when the build does not serve it.
+const ServedEffect* FindServedEffect(unsigned id);
+// lfx's short name for an effect id; "unnamed" for ids that name no effect.
+const char* EffectName(unsigned id);
+
+using PropertyList = std::vector<std::pair<std::string, std::string>>;
+
+// Settings under which an effect does its usual work on a frame of the given size (at their
+// defaults several effects leave a frame as it is); unknown ids get none.
+PropertyList WorkingProperties(unsigned id, unsigned width, unsigned height);
+
+// Whether a property repeats an effect's whole work ("..._count" passes): its texts must stay
+// small where a run has to end soon, as in tests and fuzzing.
+bool RepeatsWork(const std::string& property);
+
+// Property texts at the edges of what the parsers take: signs, 32-bit limits and beyond, NaN
+// and infinities, fractions, leading blanks, trailing junk and words.
+const std::vector<std::string>& EdgeTexts();
+
+// The controller handed to the factory: a converter library's when the build has one (the
+// stereo and rotation effects need it to do anything), else null.
+MediaCore::GController* EffectController();
+
+// An error sink that keeps only a count and is safe to report to from any thread. Installed
+// for its lifetime in place of the current sink.
+class SilentSink final : public IException {
+public:
+    SilentSink();
+    ~SilentSink();
+    SilentSink(const SilentSink&) = delete;
+    SilentSink& operator=(const SilentSink&) = delete;
+
+    unsigned Reports() const { return reports_.load(); }
+
+    const char* GetMessage() override { return ""; }
+    const char* GetFile() override { return ""; }
+    unsigned GetLine() override { return 0; }
+    void SetError(const char*, unsigned, const char*) override {}
+    bool HasError() override { return false; }
+    void Report(IException*) override { ++reports_; }
+    void Clear() override {}
+    void SetErrorCode(int, const char*, unsigned, const char*) override {}
+    int GetCode() override { return 0; }
+
+private:
+    IException* previous_;
+    std::atomic<unsigned> reports_{0};
+};
+
+}  // namespace testing_support
