@@ -1,0 +1,273 @@
+// libconvert: format and size round trips, channel order and range, ownership of converted
+// frames, host memory that ends at a page edge, and the rotation and stereo effects driven
+// through it on full-HD frames.
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <tuple>
+
+#include "core/Planes.h"
+#include "libfilter/Convert.h"
+#include "libfilter/PixelFormat.h"
+#include "libfilter/Stereo3D.h"
+#include "libfilter/libfilter.h"
+#include "support/TestFrame.h"
+
+using namespace MediaCore;
+using testing_support::FrameShape;
+using testing_support::TestImage;
+
+namespace {
+
+const int kFormats[] = {0, 2, 3, 4, 5, 6, 7, 12, 13, 30, 33, 35, 90};
+
+struct ConvertFixture : testing::Test {
+    GController* controller = libconvert_CreateController();
+    ~ConvertFixture() override { libconvert_DestroyController(controller); }
+    ConverterPtr Make(int format, unsigned w = 0, unsigned h = 0) {
+        return ConverterPtr(controller->CreateFrameConverter(format, w, h, 16));
+    }
+};
+
+// A smooth BGRA picture: red grows to the right, green downwards, blue fixed, alpha opaque.
+void PaintGradient(TestImage& image) {
+    for (unsigned y = 0; y < image.Rows(0); ++y) {
+        for (unsigned x = 0; x < image.RowBytes(0) / 4; ++x) {
+            uint8_t* p = image.Row(0, y) + 4 * x;
+            p[0] = 96, p[1] = static_cast<uint8_t>(40 + 3 * y),
+            p[2] = static_cast<uint8_t>(30 + 2 * x);
+            p[3] = 255;
+        }
+    }
+}
+
+// Largest difference between the colour bytes of two BGRA frames of the same size.
+int MaxColourDifference(GVideoFrame* a, GVideoFrame* b) {
+    const Plane pa = GetPlane(a, 0), pb = GetPlane(b, 0);
+    int worst = 0;
+    for (unsigned y = 0; y < pa.rows; ++y)
+        for (unsigned x = 0; x < pa.rowBytes; ++x)
+            if (x % 4 != 3) worst = std::max(worst, std::abs(pa.Row(y)[x] - pb.Row(y)[x]));
+    return worst;
+}
+
+// A frame's format, size, row order and plane count.
+std::tuple<int, unsigned, unsigned, bool, unsigned> Facts(GVideoFrame* frame) {
+    unsigned w = 0, h = 0;
+    frame->GetDimension(&w, &h);
+    return {frame->GetPixelFormat(), w, h, frame->IsTopDown(), frame->GetBufferCount()};
+}
+
+// Host memory for one plane that ends exactly where an inaccessible page begins.
+class EdgeFrame {
+public:
+    EdgeFrame(int format, unsigned w, unsigned h) : frame_(false, format, w, h, true) {
+        const size_t page = size_t(sysconf(_SC_PAGESIZE));
+        std::vector<unsigned char*> data;
+        std::vector<int> pitches;
+        for (unsigned i = 0; i < frame_.GetBufferCount(); ++i) {
+            const auto* plane = frame_.GetBuffer(i);
+            const size_t bytes = size_t{plane->rowBytes} * plane->rows;
+            const size_t mapped = (bytes + page - 1) / page * page + page;
+            auto* base = static_cast<unsigned char*>(
+                mmap(nullptr, mapped, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+            mprotect(base + mapped - page, page, PROT_NONE);
+            maps_.push_back({base, mapped});
+            unsigned char* start = base + mapped - page - bytes;
+            for (size_t b = 0; b < bytes; ++b)
+                start[b] = static_cast<unsigned char>(b * 7);
+            data.push_back(start);
+            pitches.push_back(static_cast<int>(plane->rowBytes));
+        }
+        frame_.SetBuffer(data.data(), pitches.data(), nullptr);
+    }
+    ~EdgeFrame() {
+        for (const auto& [base, size] : maps_)
+            munmap(base, size);
+    }
+    CVideoFrame& Frame() { return frame_; }
+
+private:
+    CVideoFrame frame_;
+    std::vector<std::pair<unsigned char*, size_t>> maps_;
+};
+
+}  // namespace
+
+TEST_F(ConvertFixture, EveryFormatRoundTripsThroughBgra) {
+    for (const FrameShape& shape : {FrameShape{30, 64, 48, 4}, FrameShape{30, 33, 17, 0, true}}) {
+        TestImage image(shape, 1);
+        PaintGradient(image);
+        for (int format : kFormats) {
+            SCOPED_TRACE(testing::Message()
+                         << testing_support::ShapeName(shape) << " via " << format);
+            ConverterPtr there = Make(format), back = Make(PIXFMT_BGRA32);
+            GVideoFrame* converted = there->Convert(&image.Frame());
+            ASSERT_NE(converted, nullptr);
+            const auto layout = GetPixelFormatLayout(format, shape.width, shape.height);
+            EXPECT_EQ(Facts(converted),
+                      std::make_tuple(format, shape.width, shape.height, !shape.bottomUp,
+                                      layout.packed ? 1u : layout.planeCount));
+            GVideoFrame* again = back->Convert(converted);
+            ASSERT_NE(again, nullptr);
+            // Subsampled chroma of a gradient and limited-range rounding cost a little.
+            EXPECT_LE(MaxColourDifference(&image.Frame(), again), 16);
+        }
+    }
+}
+
+TEST_F(ConvertFixture, ChannelOrderAndRange) {
+    TestImage image({30, 2, 2}, 1);
+    for (unsigned y = 0; y < 2; ++y) {
+        for (unsigned x = 0; x < 2; ++x) {
+            const uint8_t pixel[] = {10, 20, 30, 255};  // blue, green, red, alpha
+            std::memcpy(image.Row(0, y) + 4 * x, pixel, 4);
+        }
+    }
+    ConverterPtr toRgb = Make(PIXFMT_PACKED24_2), toBgr = Make(PIXFMT_PACKED24_3);
+    const Plane rgb = GetPlane(toRgb->Convert(&image.Frame()), 0);
+    EXPECT_EQ(std::vector<uint8_t>(rgb.data, rgb.data + 3), std::vector<uint8_t>({30, 20, 10}));
+    const Plane bgr = GetPlane(toBgr->Convert(&image.Frame()), 0);
+    EXPECT_EQ(std::vector<uint8_t>(bgr.data, bgr.data + 3), std::vector<uint8_t>({10, 20, 30}));
+    // White and black are 235 and 16 in luma, chroma centred on 128.
+    for (auto [value, luma] : {std::pair<uint8_t, int>{255, 235}, {0, 16}}) {
+        for (unsigned y = 0; y < 2; ++y)
+            std::memset(image.Row(0, y), value, 8);
+        ConverterPtr yuv = Make(PIXFMT_YUV420P);
+        GVideoFrame* frame = yuv->Convert(&image.Frame());
+        EXPECT_EQ(GetPlane(frame, 0).data[0], luma);
+        EXPECT_EQ(GetPlane(frame, 1).data[0], 128);
+        EXPECT_EQ(GetPlane(frame, 2).data[0], 128);
+    }
+}
+
+TEST_F(ConvertFixture, SizesOwnershipAndRefusals) {
+    TestImage image({0, 40, 30, 3}, 2);
+    image.Frame().SetTimeStamp(77);
+    ConverterPtr scaler(controller->CreateFrameConverter(PIXFMT_YUV420P, 20, 10, 4));
+    int option = 0, format = -1;
+    scaler->GetTarget(&option, &format);
+    EXPECT_EQ(option, 4);
+    EXPECT_EQ(format, 0);
+    GVideoFrame* first = scaler->Convert(&image.Frame());
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(Facts(first), std::make_tuple(0, 20u, 10u, true, 3u));
+    EXPECT_EQ(first->GetTimeStamp(), 77);
+    first->Free();  // harmless: the frame stays the converter's
+    EXPECT_EQ(GetPlane(first, 0).rows, 10u);
+    EXPECT_EQ(scaler->Convert(&image.Frame()), first);  // reused for the same size
+    EXPECT_EQ(scaler->Convert(first), first);
+    // Refused: formats no host of ours converts, frames without size or memory, no frame.
+    EXPECT_EQ(controller->CreateFrameConverter(8, 0, 0, 16), nullptr);
+    EXPECT_EQ(controller->CreateFrameConverter(-1, 0, 0, 16), nullptr);
+    TestImage gray({8, 4, 4}, 1), empty({0, 0, 4}, 1);
+    CVideoFrame bare(false, PIXFMT_YUV420P, 8, 8, true);
+    for (GVideoFrame* frame :
+         {static_cast<GVideoFrame*>(&gray.Frame()), static_cast<GVideoFrame*>(&empty.Frame()),
+          static_cast<GVideoFrame*>(&bare), static_cast<GVideoFrame*>(nullptr)}) {
+        EXPECT_EQ(scaler->Convert(frame), nullptr);
+    }
+    // Odd sizes and crops, read from planes smaller than the scaling library's own geometry.
+    for (const FrameShape& shape : {FrameShape{0, 7, 5}, FrameShape{6, 9, 9, 1},
+                                    FrameShape{35, 5, 4}, FrameShape{7, 5, 3, 0, true}}) {
+        TestImage odd(shape, 3);
+        odd.Frame().CropRightAndBottom(shape.width / 3, 1);
+        ConverterPtr to = Make(PIXFMT_BGRA32), down = Make(PIXFMT_YUV410P, 3, 3);
+        EXPECT_NE(to->Convert(&odd.Frame()), nullptr) << testing_support::ShapeName(shape);
+        EXPECT_NE(down->Convert(&odd.Frame()), nullptr);
+        EXPECT_TRUE(odd.GuardsIntact());
+    }
+    TestImage single({35, 1, 1}, 3);  // no chroma memory at all
+    EXPECT_EQ(Make(PIXFMT_BGRA32)->Convert(&single.Frame()), nullptr);
+}
+
+// Shrink ratios that fault or abort inside the scaling library when driven naively: far past
+// its filter sizes, and rows shrinking several times while fed in slices.
+TEST_F(ConvertFixture, ExtremeShrinksConvert) {
+    struct Case {
+        int from, to;
+        unsigned w, h, outW, outH;
+    };
+    const Case cases[] = {
+        {0, 0, 990, 4, 4, 4},      {0, 0, 4, 990, 4, 2},      {30, 30, 2000, 8, 8, 2},
+        {0, 0, 990, 990, 4, 4},    {13, 6, 2, 2674, 5, 54},   {5, 7, 1526, 871, 34, 322},
+        {3, 6, 1, 3645, 7, 381},   {35, 6, 1896, 44, 258, 3}, {7, 6, 476, 2718, 454, 289},
+        {2, 6, 13, 3108, 34, 221}, {30, 0, 9000, 4, 1, 4},
+    };
+    for (const Case& c : cases) {
+        TestImage image({c.from, c.w, c.h}, 5);
+        ConverterPtr scaler = Make(c.to, c.outW, c.outH);
+        EXPECT_NE(scaler->Convert(&image.Frame()), nullptr)
+            << c.from << " " << c.w << "x" << c.h << " to " << c.to << " " << c.outW << "x"
+            << c.outH;
+        EXPECT_TRUE(image.GuardsIntact());
+    }
+}
+
+TEST_F(ConvertFixture, HostPlanesEndingAtAPageEdge) {
+    for (int format : {30, 0, 2, 35, 90, 4}) {
+        for (auto [w, h] : {std::pair<unsigned, unsigned>{1920, 1080}, {130, 66}, {8, 4}}) {
+            EdgeFrame frame(format, w, h);
+            for (int target : {0, 30, 2}) {
+                ConverterPtr same = Make(target), scaled = Make(target, w / 2 + 2, h / 3 + 2);
+                EXPECT_NE(same->Convert(&frame.Frame()), nullptr) << format << " to " << target;
+                EXPECT_NE(scaled->Convert(&frame.Frame()), nullptr) << format << " to " << target;
+            }
+        }
+    }
+}
+
+TEST_F(ConvertFixture, RotationOfFullHdThroughTheScaler) {
+    // Luma bright in the top-right quarter only; a quarter turn counter-clockwise moves it to
+    // the top-left of the turned picture, which stands 606 wide at column 657.
+    for (int format : {0, 30}) {
+        TestImage image({format, 1920, 1080}, 1);
+        for (unsigned p = 0; p < image.PlaneCount(); ++p) {
+            for (unsigned y = 0; y < image.Rows(p); ++y) {
+                const unsigned bytes = image.RowBytes(p);
+                for (unsigned x = 0; x < bytes; ++x) {
+                    const bool bright = y < image.Rows(p) / 2 && x >= bytes / 2;
+                    const bool colour = format == 30 ? x % 4 != 3 : p == 0;
+                    image.Row(p, y)[x] = colour ? (bright ? 235 : 16) : (format == 30 ? 255 : 128);
+                }
+            }
+        }
+        GVideoProcessor* rotate = libfilter_GetFilter(controller, AVPROCESSOR_ROTATE90);
+        ImagePostion position{};
+        rotate->ProcFrameInPlace(&position, 0, &image.Frame());
+        EXPECT_EQ(position.left, 657);
+        EXPECT_EQ(position.top, 0);
+        EXPECT_EQ(position.width, 606);
+        EXPECT_EQ(position.height, 1080);
+        const unsigned unit = format == 30 ? 4 : 1;
+        auto at = [&](unsigned x, unsigned y) { return image.Row(0, y)[x * unit + (unit == 4)]; };
+        const int black = format == 30 ? 0 : 16;  // black borders are full-range in BGRA
+        for (unsigned y : {10u, 500u, 1070u}) {
+            EXPECT_NEAR(at(600, y), black, 2) << format;  // beside the picture
+            EXPECT_NEAR(at(1300, y), black, 2) << format;
+        }
+        EXPECT_NEAR(at(657 + 150, 270), 235, 3) << format;  // top-left of the turned picture
+        EXPECT_NEAR(at(657 + 450, 270), 16, 3) << format;
+        EXPECT_NEAR(at(657 + 150, 810), 16, 3) << format;
+        rotate->Free();
+    }
+}
+
+TEST_F(ConvertFixture, StereoEffectsThroughTheConverters) {
+    GVideoProcessor* stereo = libfilter_GetFilter(controller, AVPROCESSOR_2DTO3D);
+    for (const char* type : {"1", "2", "3"}) {
+        stereo->SetProperty("type", type);
+        for (int format : {30, 0, 4, 90}) {
+            TestImage image({format, 96, 20, 2}, 5);
+            const auto before = image.Snapshot();
+            ImagePostion position{};
+            stereo->ProcFrameInPlace(&position, 0, &image.Frame());
+            EXPECT_NE(image.Snapshot(), before) << type << " " << format;
+            EXPECT_TRUE(image.GuardsIntact());
+        }
+    }
+    stereo->Free();
+}

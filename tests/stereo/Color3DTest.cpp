@@ -1,0 +1,184 @@
+// Colour anaglyph: widening and shift as documented, frames against a model built on the test
+// converter, converters kept and remade, vector forms, and hosts whose converters fail.
+#include <gtest/gtest.h>
+
+#include "core/PlaneCopy.h"
+#include "libfilter/Siblings.h"
+#include "libfilter/libfilter.h"
+#include "stereo/StereoModel.h"
+#include "support/TestConverter.h"
+#include "support/TestFrame.h"
+
+using namespace MediaCore;
+using testing_support::FrameShape;
+using testing_support::ReportWatch;
+using testing_support::Resample;
+using testing_support::TestController;
+using testing_support::TestImage;
+
+namespace {
+
+// The anaglyph of a first frame, worked out from the converter's own outputs.
+void Model(GVideoFrame* frame, Type3D type, int depth, unsigned padding) {
+    const int format = frame->GetPixelFormat();
+    unsigned w = 0, h = 0;
+    frame->GetDimension(&w, &h);
+    const unsigned widened = depth <= 99 ? w + w / (100u - static_cast<unsigned>(depth)) : w;
+    const auto rgb = Resample(frame, PIXFMT_PACKED24_2, widened, h, padding);
+    const auto work = Resample(frame, PIXFMT_BGRA32, w, h);  // shape only: cleared below
+    for (auto& plane : work->planes)
+        std::fill(plane.begin(), plane.end(), 0);
+    GVideoFrame* target = format == PIXFMT_BGRA32 ? frame : work->frame.get();
+    const Plane dst = GetPackedPlane(target), src = GetPlane(rgb->frame.get(), 0);
+    const unsigned width = dst.rowBytes / 4;
+    const unsigned shift = depth <= 99 ? width / (200u - 2u * static_cast<unsigned>(depth)) : 0;
+    const unsigned pixels = std::min(width, src.rowBytes / 3 - shift);
+    for (unsigned y = 0; y < std::min(dst.rows, src.rows); ++y) {
+        for (unsigned x = 0; x < pixels && type - 1u < 2; ++x) {
+            const uint8_t* near = src.Row(y) + 3 * x;
+            const uint8_t* far = near + 3 * shift;
+            uint8_t* d = dst.Row(y) + 4 * x;
+            d[0] = far[2];
+            d[1] = type == TYPE3D_RED_BLUE ? far[1] : near[1];
+            d[2] = type == TYPE3D_RED_BLUE ? near[0] : far[0];
+        }
+    }
+    if (format == PIXFMT_BGRA32) return;
+    const auto back = Resample(target, format, w, h, padding);
+    CopyPlanesInto(frame, back->frame.get(), frame->GetBufferCount());
+}
+
+// A host that converts into packed 24-bit only.
+struct ForwardOnlyHost : TestController {
+    GFrameConverter* CreateFrameConverter(int format, unsigned w, unsigned h, int option) override {
+        if (format != PIXFMT_PACKED24_2) return nullptr;
+        return TestController::CreateFrameConverter(format, w, h, option);
+    }
+};
+
+}  // namespace
+
+TEST(ColourStereo, WidensByTheDepthAndShiftsByHalf) {
+    struct Case {
+        int depth;
+        unsigned width, widened;
+    };
+    for (const Case& c : {Case{60, 640, 656}, Case{100, 640, 640}, Case{150, 64, 64},
+                          Case{99, 64, 128}, Case{-10, 110, 111}}) {
+        TestController host;
+        C2DToColor3D colour(&host);
+        colour.SetProperty(TYPE3D_RED_BLUE, static_cast<unsigned>(c.depth));
+        TestImage image({PIXFMT_BGRA32, c.width, 3, 4}, 5);
+        TestImage expected({PIXFMT_BGRA32, c.width, 3, 4}, 5);
+        EXPECT_TRUE(colour.ProcFrameInner(nullptr, 0, &image.Frame()));
+        ASSERT_EQ(host.requests.size(), 1u);
+        EXPECT_EQ(host.requests[0].format, PIXFMT_PACKED24_2);
+        EXPECT_EQ(host.requests[0].width, c.widened) << c.depth;
+        EXPECT_EQ(host.requests[0].height, 3u);
+        EXPECT_EQ(host.requests[0].option, 4);
+        Model(&expected.Frame(), TYPE3D_RED_BLUE, c.depth, 0);
+        EXPECT_EQ(image.Snapshot(), expected.Snapshot()) << c.depth;
+    }
+}
+
+TEST(ColourStereo, FramesMatchTheModel) {
+    for (int format : {30, 0, 4, 5, 6, 7, 12, 13, 35, 90}) {
+        for (Type3D type : {TYPE3D_RED_BLUE, TYPE3D_GREEN_MAGENTA, TYPE3D_SIDE_BY_SIDE}) {
+            for (unsigned padding : {0u, 3u}) {
+                SCOPED_TRACE(testing::Message()
+                             << format << " type " << type << " pad " << padding);
+                const FrameShape shape{format, 37, 5, 2, padding == 3};
+                TestController host;
+                host.padding = padding;
+                C2DToColor3D colour(&host);
+                colour.SetProperty(type, 60);
+                TestImage image(shape, 8), expected(shape, 8);
+                EXPECT_TRUE(colour.ProcFrameInner(nullptr, 0, &image.Frame()));
+                Model(&expected.Frame(), type, 60, padding);
+                EXPECT_EQ(image.Snapshot(), expected.Snapshot());
+                EXPECT_TRUE(image.GuardsIntact());
+            }
+        }
+    }
+}
+
+TEST(ColourStereo, ConvertersAreKeptUntilWidthOrFormatChange) {
+    TestController host;
+    {
+        C2DToColor3D colour(&host);
+        TestImage yuv({0, 40, 4}, 1), other({4, 40, 4}, 2), wider({4, 48, 4}, 3);
+        colour.ProcFrameInner(nullptr, 0, &yuv.Frame());
+        colour.ProcFrameInner(nullptr, 0, &yuv.Frame());
+        EXPECT_EQ(host.requests.size(), 2u);  // forward and back, made once
+        colour.ProcFrameInner(nullptr, 0, &other.Frame());
+        ASSERT_EQ(host.requests.size(), 3u);  // a back converter for the new format
+        EXPECT_EQ(host.requests[2].format, 4);
+        colour.SetProperty(TYPE3D_RED_BLUE, 80);
+        colour.ProcFrameInner(nullptr, 0, &other.Frame());
+        colour.ProcFrameInner(nullptr, 0, &wider.Frame());
+        ASSERT_EQ(host.requests.size(), 5u);  // forward again for each new widening
+        EXPECT_EQ(host.requests[3].width, 42u);
+        EXPECT_EQ(host.requests[4].width, 50u);
+    }
+    EXPECT_EQ(host.live, 0);  // every converter released
+}
+
+TEST(ColourStereo, FailingHostsReportOnceAndLeaveTheFrame) {
+    using Failure = TestController::Failure;
+    struct Case {
+        Failure failure;
+        int format;
+        unsigned line;
+    };
+    for (const Case& c : {Case{Failure::NoConverter, 30, 140}, Case{Failure::NullConvert, 0, 143},
+                          Case{Failure::None, 0, 160}}) {
+        TestController failing;
+        ForwardOnlyHost forwardOnly;
+        failing.failure = c.failure;
+        TestController* host = c.line == 160 ? &forwardOnly : &failing;
+        for (bool withHost : {true, false}) {
+            if (!withHost && c.line != 140) continue;
+            C2DToColor3D colour(withHost ? host : nullptr);
+            TestImage image({c.format, 9, 4, 1}, 4);
+            const auto before = image.Snapshot();
+            ReportWatch watch;
+            EXPECT_FALSE(colour.ProcFrameInner(nullptr, 0, &image.Frame()));
+            EXPECT_EQ(watch.Count(), 1u);
+            EXPECT_EQ(watch.LastMessage(), "fatal error:null pointer");
+            EXPECT_EQ(watch.LastFile(), "2DTo3D.cpp");
+            EXPECT_EQ(GetGException()->GetLine(), c.line);
+            EXPECT_EQ(image.Snapshot(), before);
+        }
+    }
+    // A converter answering frames of half the size asked for is read only as far as it goes.
+    TestController half;
+    half.failure = Failure::HalfSize;
+    for (int format : {30, 0, 6}) {
+        C2DToColor3D colour(&half);
+        TestImage image({format, 21, 7, 2}, 4);
+        EXPECT_TRUE(colour.ProcFrameInner(nullptr, 0, &image.Frame()));
+        EXPECT_TRUE(image.GuardsIntact());
+    }
+    C2DToColor3D colour(&half);
+    ReportWatch watch;
+    EXPECT_FALSE(colour.ProcFrameInner(nullptr, 0, nullptr));
+    EXPECT_FALSE(colour.ProcessColor3DBGRA(nullptr, 4, 16, 1));
+    EXPECT_EQ(watch.Count(), 1u);
+}
+
+TEST(ColourStereo, VectorFormsMatchTheRule) {
+    TestController host;
+    GVideoProcessor* effect = libfilter_GetFilter(&host, AVPROCESSOR_2DTO3D);
+    uint32_t seed = 1;
+    for (const char* type : {"1", "2"}) {
+        effect->SetProperty("type", type);
+        for (const FrameShape& shape : testing_support::KernelShapes({30, 0})) {
+            EXPECT_EQ(testing_support::FirstLevelDiffering(effect, shape, seed % 2 == 0, seed), "")
+                << testing_support::ShapeName(shape) << " type " << type;
+            ++seed;
+        }
+        // A work frame large enough to be streamed, its rows starting off the vector alignment.
+        EXPECT_EQ(testing_support::FirstLevelDiffering(effect, {0, 2049, 2048}, false, seed), "");
+    }
+    effect->Free();
+}

@@ -1,0 +1,282 @@
+// Stereo renderer: tables and worked values, every mode against a plain model over formats and
+// geometries (views of other sizes, in place), vector forms against the rule, and bad hosts.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <map>
+
+#include "core/Planes.h"
+#include "core/Simd.h"
+#include "libfilter/Stereo3D.h"
+#include "stereo/StereoModel.h"
+#include "support/TestConverter.h"
+#include "support/TestFrame.h"
+
+using namespace MediaCore;
+using testing_support::FrameShape;
+using testing_support::ReportWatch;
+using testing_support::TestController;
+using testing_support::TestImage;
+using namespace stereo_model;
+
+namespace {
+
+const std::vector<int> kFormats = {30, 0, 4, 6, 7, 12, 13, 35, 90};
+
+// Which views are the output frame itself.
+enum class Alias { None, Left, Right };
+
+// Renders (or models) one case on fresh frames and answers every byte of the three images.
+std::vector<uint8_t> RenderCase(Type3D mode, const FrameShape& out, const FrameShape& left,
+                                const FrameShape& right, Alias alias, bool model,
+                                Simd::Level level = Simd::kAvx512) {
+    TestImage o(out, 1), l(left, 2), r(right, 3);
+    GVideoFrame* lf = alias == Alias::Left ? &o.Frame() : &l.Frame();
+    GVideoFrame* rf = alias == Alias::Right ? &o.Frame() : &r.Frame();
+    if (model) {
+        Model(mode, lf, rf, &o.Frame());
+    } else {
+        C3DRender renderer(nullptr);
+        renderer.SetRenderMode(mode);
+        Simd::SetLevelLimit(level);
+        EXPECT_EQ(renderer.Render(lf, rf, &o.Frame()), &o.Frame());
+        Simd::SetLevelLimit(Simd::kAvx512);
+    }
+    EXPECT_TRUE(o.GuardsIntact() && l.GuardsIntact() && r.GuardsIntact());
+    std::vector<uint8_t> all = o.Snapshot();
+    for (const TestImage* image : {&l, &r}) {
+        const auto bytes = image->Snapshot();
+        all.insert(all.end(), bytes.begin(), bytes.end());
+    }
+    return all;
+}
+
+}  // namespace
+
+TEST(StereoTables, SineAndTangentRows) {
+    for (int i = 0; i <= 90; ++i)
+        EXPECT_EQ(sin_map[i], std::lround(32768 * std::sin(i * M_PI / 180))) << i;
+    EXPECT_EQ(sin_map[91], 0);
+    const std::map<int, int> exact = {{6, -311766}, {53, -24693},  {69, -12579}, {111, 12579},
+                                      {127, 24693}, {174, 311766}, {2, -938353}, {3, -625251},
+                                      {45, -32768}, {89, -572},    {90, 0},      {91, 572},
+                                      {135, 32768}, {177, 625251}, {178, 938353}};
+    for (int i = 0; i < 184; ++i) {
+        if (i < 2 || i > 178) {
+            EXPECT_EQ(tan_map[i], 0) << i;
+        } else if (exact.count(i) != 0) {
+            EXPECT_EQ(tan_map[i], exact.at(i)) << i;
+        } else {
+            EXPECT_EQ(tan_map[i], std::lround(32768 * std::tan((i - 90) * M_PI / 180))) << i;
+        }
+        if (i >= 2 && i <= 178) {
+            EXPECT_EQ(tan_map[180 - i], -tan_map[i]) << i;
+        }
+    }
+}
+
+TEST(StereoRender, MappingsConversionsAndDepth) {
+    C3DRender renderer(nullptr);
+    renderer.SetDepth(40);
+    renderer.SetDepth(0);  // ignored
+    int x = 0, y = 0;
+    renderer.MapResultVFFromRight(0, 7, 640, x, 7);
+    EXPECT_EQ(x, 40);
+    renderer.SetDepth(60);
+    EXPECT_TRUE(renderer.MapResultVFFromRight(0, 7, 640, x, 7));
+    EXPECT_EQ(x, 60);
+    EXPECT_TRUE(renderer.MapResultVFFromLeft(639, 9, 640, x, y));
+    EXPECT_EQ(x, 579);
+    EXPECT_EQ(y, 9);
+    renderer.MapResultVFFromLeft(5, 0, 0, x, y);  // no width: defined, whatever it gives
+    int r, g, b;
+    renderer.ConvertYUV2RGB(16, 128, 128, r, g, b);
+    EXPECT_EQ(std::vector<int>({r, g, b}), std::vector<int>({0, 0, 0}));
+    renderer.ConvertYUV2RGB(235, 128, 128, r, g, b);
+    EXPECT_EQ(std::vector<int>({r, g, b}), std::vector<int>({255, 0, 0}));
+    renderer.ConvertRGB2YUV(0, 0, 0, r, g, b);
+    EXPECT_EQ(std::vector<int>({r, g, b}), std::vector<int>({16, 128, 128}));
+    renderer.ConvertRGB2YUV(255, 255, 255, r, g, b);
+    EXPECT_EQ(std::vector<int>({r, g, b}), std::vector<int>({235, 128, 128}));
+}
+
+TEST(StereoRender, WorkedRows) {
+    C3DRender renderer(nullptr);
+    // Side by side on a Y plane 5 wide: left 0, 2, 4 then right 0, 2, 4, the sixth byte in the
+    // padding; without padding it is cut.
+    for (unsigned pad : {1u, 0u}) {
+        TestImage o({0, 5, 2, pad}, 1), l({0, 5, 2}, 2), r({0, 5, 2}, 3);
+        renderer.SetRenderMode(TYPE3D_SIDE_BY_SIDE);
+        renderer.Render(&l.Frame(), &r.Frame(), &o.Frame());
+        const uint8_t* L = l.Row(0, 0);
+        const uint8_t* R = r.Row(0, 0);
+        std::vector<uint8_t> expected = {L[0], L[2], L[4], R[0], R[2], R[4]};
+        expected.resize(5 + pad);
+        EXPECT_EQ(std::vector<uint8_t>(o.Row(0, 0), o.Row(0, 0) + 5 + pad), expected);
+        EXPECT_EQ(o.Row(0, 1)[0], l.Row(0, 1)[0]);  // the next row is not touched by the cut
+        EXPECT_TRUE(o.GuardsIntact());
+    }
+    // Top-bottom with 5 rows: left rows 0, 2 above right rows 0, 2, 4.
+    TestImage o({0, 4, 5}, 1), l({0, 4, 5}, 2), r({0, 4, 5}, 3);
+    renderer.SetRenderMode(TYPE3D_TOP_BOTTOM);
+    renderer.Render(&l.Frame(), &r.Frame(), &o.Frame());
+    const std::pair<TestImage*, unsigned> expected[] = {
+        {&l, 0}, {&l, 2}, {&r, 0}, {&r, 2}, {&r, 4}};
+    for (unsigned k = 0; k < 5; ++k) {
+        EXPECT_EQ(0, std::memcmp(o.Row(0, k), expected[k].first->Row(0, expected[k].second), 4))
+            << k;
+    }
+    // Red-blue: white stays white; BGRA takes blue, green from the right, red from the left.
+    TestImage yo({0, 2, 2}, 1), yl({0, 2, 2}, 2), yr({0, 2, 2}, 3);
+    for (TestImage* image : {&yl, &yr}) {
+        std::memset(image->Row(0, 0), 235, 2);
+        std::memset(image->Row(0, 1), 235, 2);
+        image->Row(1, 0)[0] = image->Row(2, 0)[0] = 128;
+    }
+    renderer.SetRenderMode(TYPE3D_RED_BLUE);
+    renderer.Render(&yl.Frame(), &yr.Frame(), &yo.Frame());
+    EXPECT_EQ(yo.Row(0, 0)[0], 235);
+    EXPECT_EQ(yo.Row(1, 0)[0], 128);
+    EXPECT_EQ(yo.Row(2, 0)[0], 128);
+    TestImage bo({30, 1, 1}, 1), bl({30, 1, 1}, 2), br({30, 1, 1}, 3);
+    const uint8_t alpha = bo.Row(0, 0)[3];
+    renderer.Render(&bl.Frame(), &br.Frame(), &bo.Frame());
+    EXPECT_EQ(std::vector<uint8_t>(bo.Row(0, 0), bo.Row(0, 0) + 4),
+              std::vector<uint8_t>({br.Row(0, 0)[0], br.Row(0, 0)[1], bl.Row(0, 0)[2], alpha}));
+}
+
+TEST(StereoRender, EveryModeMatchesTheModel) {
+    for (int format : kFormats) {
+        // Views of the output's size, and views wider, narrower, shorter and bottom-up.
+        const FrameShape out{format, 13, 7, 3};
+        const std::vector<std::pair<FrameShape, FrameShape>> views = {
+            {{format, 13, 7, 0}, {format, 13, 7, 5}},
+            {{format, 17, 9, 2}, {format, 9, 5, 0, true}},
+            {{format, 6, 3, 1}, {format, 20, 8, 4}},
+        };
+        for (Type3D mode : {TYPE3D_NONE, TYPE3D_RED_BLUE, TYPE3D_GREEN_MAGENTA, TYPE3D_SIDE_BY_SIDE,
+                            TYPE3D_TOP_BOTTOM, static_cast<Type3D>(9)}) {
+            for (const auto& [left, right] : views) {
+                for (Alias alias : {Alias::None, Alias::Left, Alias::Right}) {
+                    SCOPED_TRACE(testing::Message()
+                                 << "format " << format << " mode " << mode << " left "
+                                 << left.width << " alias " << static_cast<int>(alias));
+                    EXPECT_EQ(RenderCase(mode, out, left, right, alias, false),
+                              RenderCase(mode, out, left, right, alias, true));
+                }
+            }
+        }
+    }
+}
+
+TEST(StereoRender, VectorFormsMatchTheRule) {
+    for (const FrameShape& shape : testing_support::KernelShapes(kFormats)) {
+        FrameShape other = shape;
+        other.padding = (shape.padding + 5) % 11;
+        for (Type3D mode : {TYPE3D_RED_BLUE, TYPE3D_SIDE_BY_SIDE, TYPE3D_TOP_BOTTOM}) {
+            for (Alias alias : {Alias::None, Alias::Left, Alias::Right}) {
+                const auto rule =
+                    RenderCase(mode, shape, other, shape, alias, false, Simd::kScalar);
+                for (int level = Simd::kSse2; level <= Simd::HostLevel(); ++level) {
+                    ASSERT_EQ(RenderCase(mode, shape, other, shape, alias, false,
+                                         static_cast<Simd::Level>(level)),
+                              rule)
+                        << testing_support::ShapeName(shape) << " mode " << mode << " level "
+                        << level;
+                }
+            }
+        }
+    }
+}
+
+// The vector forms' 16-bit sums against the rule over every input. Only the remainders a colour
+// divides by 256 need a range (the rest wraps exactly), and each meets every value here: the
+// right view's chroma samples carry every (U, V) pair, each pair 64 samples holding all 256 lumas,
+// and the left view's (Y, V) follow from them. A colour off by 256 would move the luma written.
+TEST(StereoRender, RedBlueVectorFormsOverEveryInput) {
+    constexpr unsigned kSize = 4096, kHalf = kSize / 2;
+    TestImage l({0, kSize, kSize}, 1), r({0, kSize, kSize}, 2), o({0, kSize, kSize}, 3);
+    for (unsigned y = 0; y < kSize; ++y) {
+        uint8_t *right = r.Row(0, y), *left = l.Row(0, y);
+        for (unsigned x = 0; x < kSize; ++x) {
+            right[x] = static_cast<uint8_t>(4 * (x / 2 % 64) + x % 2 + 2 * (y % 2));
+            left[x] = static_cast<uint8_t>(255 - right[x]);
+        }
+    }
+    for (unsigned cy = 0; cy < kHalf; ++cy) {
+        for (unsigned cx = 0; cx < kHalf; ++cx) {
+            const unsigned pair = (cy * kHalf + cx) / 64;
+            r.Row(1, cy)[cx] = static_cast<uint8_t>(pair >> 8);
+            r.Row(2, cy)[cx] = static_cast<uint8_t>(pair);
+            l.Row(2, cy)[cx] = static_cast<uint8_t>((pair >> 8) ^ pair);
+        }
+    }
+    C3DRender renderer(nullptr);
+    renderer.SetRenderMode(TYPE3D_RED_BLUE);
+    std::vector<uint8_t> rule;
+    for (int level = Simd::kScalar; level <= Simd::HostLevel(); ++level) {
+        for (unsigned i = 0; i < 3; ++i) {
+            for (unsigned y = 0; y < o.Rows(i); ++y)
+                std::memset(o.Row(i, y), 0x5A, o.RowBytes(i));
+        }
+        Simd::SetLevelLimit(static_cast<Simd::Level>(level));
+        renderer.Render(&l.Frame(), &r.Frame(), &o.Frame());
+        Simd::SetLevelLimit(Simd::kAvx512);
+        if (level == Simd::kScalar) rule = o.Snapshot();
+        ASSERT_TRUE(o.Snapshot() == rule) << "level " << level;
+    }
+}
+
+TEST(StereoRender, HeldOutputAndConverter) {
+    TestController host;
+    C3DRender renderer(&host);
+    renderer.SetRenderMode(TYPE3D_SIDE_BY_SIDE);
+    TestImage l({0, 8, 4}, 1), r({30, 8, 4}, 2);
+    l.Frame().SetTimeStamp(5);
+    GVideoFrame* first = renderer.Render(&l.Frame(), &r.Frame(), nullptr);
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(first->GetTimeStamp(), 5);
+    l.Frame().SetTimeStamp(9);
+    EXPECT_EQ(renderer.Render(&l.Frame(), &r.Frame(), nullptr), first);
+    EXPECT_EQ(first->GetTimeStamp(), 9);
+    // The right view is converted at every call by the one converter made for the first pair.
+    ASSERT_EQ(host.requests.size(), 1u);
+    EXPECT_EQ(host.requests[0].format, 0);
+    EXPECT_EQ(host.requests[0].width, 0u);
+    EXPECT_EQ(host.requests[0].height, 0u);
+    EXPECT_EQ(host.requests[0].option, 0);
+    EXPECT_EQ(host.converts, 2);
+    // Modes that write nothing give the output back as it was.
+    TestImage o({0, 8, 4}, 3);
+    const auto before = o.Snapshot();
+    for (Type3D mode : {TYPE3D_NONE, TYPE3D_GREEN_MAGENTA}) {
+        renderer.SetRenderMode(mode);
+        EXPECT_EQ(renderer.Render(&l.Frame(), &r.Frame(), &o.Frame()), &o.Frame());
+        EXPECT_EQ(o.Snapshot(), before);
+    }
+}
+
+TEST(StereoRender, BadHostsReportAndLeaveTheOutput) {
+    using Failure = TestController::Failure;
+    for (Failure failure : {Failure::None, Failure::NoConverter, Failure::NullConvert}) {
+        TestController host;
+        host.failure = failure;
+        C3DRender renderer(failure == Failure::None ? nullptr : &host);
+        renderer.SetRenderMode(TYPE3D_SIDE_BY_SIDE);
+        TestImage l({30, 6, 3}, 1), r({0, 6, 3}, 2), o({30, 6, 3}, 3);
+        const auto before = o.Snapshot();
+        ReportWatch watch;
+        EXPECT_EQ(renderer.Render(&l.Frame(), &r.Frame(), &o.Frame()), nullptr);
+        EXPECT_EQ(watch.Count(), 1u);
+        EXPECT_EQ(watch.LastMessage(), "fatal error:null pointer");
+        EXPECT_EQ(o.Snapshot(), before);
+    }
+    C3DRender renderer(nullptr);
+    ReportWatch watch;
+    EXPECT_EQ(renderer.Render(nullptr, nullptr, nullptr), nullptr);
+    EXPECT_FALSE(renderer.ProcessYUVRedBlue(nullptr, nullptr, nullptr));
+    EXPECT_FALSE(renderer.ProcessRGBRedBlue(nullptr, nullptr, nullptr));
+    EXPECT_EQ(watch.Count(), 3u);
+    EXPECT_EQ(watch.LastFile(), "Render3D.cpp");
+}
