@@ -1,0 +1,270 @@
+// lfx end to end: its list, its files compared with the library's own result, its errors.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "Available.h"
+#include "Decoder.h"
+#include "QuietSink.h"
+#include "Scaler.h"
+#include "libfilter/CVideoFrame.h"
+
+extern "C" {
+#include <libavutil/imgutils.h>
+}
+
+namespace fs = std::filesystem;
+using namespace lfx;
+
+namespace {
+
+struct Outcome {
+    int code;
+    std::string out;
+    std::string err;
+};
+
+std::string ReadAll(const fs::path& path) {
+    std::ifstream file(path);
+    std::stringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+class LfxTest : public testing::Test {
+protected:
+    void SetUp() override {
+        std::string pattern = (fs::temp_directory_path() / "lfx-test-XXXXXX").string();
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        dir_ = pattern;
+    }
+    void TearDown() override { fs::remove_all(dir_); }
+
+    std::string In(const std::string& name) const { return (dir_ / name).string(); }
+
+    // Runs lfx with `arguments` in the test's folder; its output goes beside the files.
+    Outcome Lfx(const std::string& arguments) {
+        const std::string command =
+            std::string("cd '") + dir_.string() + "' && '" LFX_PROGRAM "' " + arguments + " >../" +
+            dir_.filename().string() + ".out 2>../" + dir_.filename().string() + ".err";
+        const int status = std::system(command.c_str());
+        const fs::path out = dir_.parent_path() / (dir_.filename().string() + ".out");
+        const fs::path err = dir_.parent_path() / (dir_.filename().string() + ".err");
+        Outcome run{WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadAll(out), ReadAll(err)};
+        fs::remove(out);
+        fs::remove(err);
+        return run;
+    }
+
+    std::vector<std::string> Files() const {
+        std::vector<std::string> names;
+        for (const auto& entry : fs::directory_iterator(dir_)) {
+            names.push_back(entry.path().filename().string());
+        }
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+    QuietSink sink_;
+    fs::path dir_;
+};
+
+// Every frame of a file in `format`.
+std::vector<FramePtr> Decode(const std::string& path, AVPixelFormat format) {
+    FileSource source(path);
+    Scaler scaler;
+    std::vector<FramePtr> frames;
+    StreamItem item;
+    while (source.Next(item)) {
+        if (item.frame) {
+            frames.push_back(
+                scaler.Convert(std::move(item.frame), format, source.Info().colorSpace));
+        }
+    }
+    return frames;
+}
+
+// A frame's size and format, then its picture bytes without row padding.
+std::string Pixels(const AVFrame& frame) {
+    const auto format = static_cast<AVPixelFormat>(frame.format);
+    const std::string head = std::to_string(frame.width) + "x" + std::to_string(frame.height) +
+                             " format " + std::to_string(frame.format) + ":";
+    std::string bytes(av_image_get_buffer_size(format, frame.width, frame.height, 1), '\0');
+    av_image_copy_to_buffer(reinterpret_cast<uint8_t*>(bytes.data()),
+                            static_cast<int>(bytes.size()), frame.data, frame.linesize, format,
+                            frame.width, frame.height, 1);
+    return head + bytes;
+}
+
+// What the library itself makes of `frame`, driven through its processor interface.
+void LibraryApply(const AvailableEffect& effect, const PropertyList& properties, AVFrame& frame) {
+    EffectPtr processor = CreateEffect(effect);
+    for (const auto& [key, value] : properties) {
+        ASSERT_TRUE(processor->SetProperty(key.c_str(), value.c_str())) << key;
+    }
+    const bool packed = frame.format == AV_PIX_FMT_BGRA;
+    MediaCore::CVideoFrame view(false,
+                                packed ? MediaCore::PIXFMT_BGRA32 : MediaCore::PIXFMT_YUV420P,
+                                frame.width, frame.height, true);
+    view.SetBuffer(frame.data, frame.linesize, nullptr);
+    MediaCore::ImagePostion position{};
+    processor->ProcFrameInPlace(&position, 0, &view);
+}
+
+bool IsRandom(const AvailableEffect& effect) {
+    return effect.entry->id == MediaCore::AVPROCESSOR_ADD_NOISE;
+}
+
+}  // namespace
+
+TEST_F(LfxTest, ListNamesEveryEffectWithItsPropertiesAndEveryCommandHasHelp) {
+    const Outcome list = Lfx("list");
+    EXPECT_EQ(list.code, 0) << list.err;
+    for (const AvailableEffect& effect : AvailableEffects()) {
+        EXPECT_NE(list.out.find(effect.entry->name), std::string::npos) << effect.entry->name;
+        for (const PropertyInfo& property : effect.properties) {
+            EXPECT_NE(list.out.find(property.name), std::string::npos) << property.name;
+        }
+        EXPECT_EQ(Lfx(std::string("list ") + effect.entry->name).code, 0);
+    }
+    for (const char* command : {"list", "apply", "gallery"}) {
+        const Outcome help = Lfx(std::string(command) + " --help");
+        EXPECT_EQ(help.code, 0);
+        EXPECT_NE(help.out.find("Usage"), std::string::npos) << command;
+    }
+}
+
+TEST_F(LfxTest, PictureInBgraMatchesTheLibraryForEveryEffect) {
+    ASSERT_EQ(Lfx("apply --size 64x36 -o in.png -q").code, 0);
+    const std::vector<FramePtr> input = Decode(In("in.png"), AV_PIX_FMT_BGRA);
+    ASSERT_EQ(input.size(), 1u);
+    for (const AvailableEffect& effect : AvailableEffects()) {
+        if (IsRandom(effect)) continue;
+        const std::string name = effect.entry->name;
+        PropertyList properties;
+        if (effect.entry->showcase != nullptr) properties = effect.entry->showcase(64, 36);
+        std::string arguments = "apply -i in.png -o out.png -q -e " + name;
+        for (const auto& [key, value] : properties)
+            arguments += " -p " + key + "=" + value;
+        ASSERT_EQ(Lfx(arguments).code, 0) << name;
+
+        FramePtr expected = MakeFrame(AV_PIX_FMT_BGRA, 64, 36);
+        av_frame_copy(expected.get(), input[0].get());
+        LibraryApply(effect, properties, *expected);
+        const std::vector<FramePtr> output = Decode(In("out.png"), AV_PIX_FMT_BGRA);
+        ASSERT_EQ(output.size(), 1u);
+        EXPECT_TRUE(Pixels(*expected) == Pixels(*output[0])) << name;
+    }
+}
+
+// The main job's path: the built-in clip through a chain into H.264 in MP4, then that MP4 read
+// back as input; both decode at the clip's size with every frame asked for.
+TEST_F(LfxTest, DefaultClipToMp4AndBack) {
+    const Outcome first = Lfx("apply -o clip.mp4 --frames 6 -q -e mirror -p mirror=1 -e gray");
+    ASSERT_EQ(first.code, 0) << first.err;
+    const std::vector<FramePtr> clip = Decode(In("clip.mp4"), AV_PIX_FMT_YUV420P);
+    ASSERT_EQ(clip.size(), 6u);
+    EXPECT_EQ(clip[0]->width, 1280);
+    EXPECT_EQ(clip[0]->height, 720);
+    ASSERT_EQ(Lfx("apply -i clip.mp4 -o again.mp4 -q -e invert --format yuv420p").code, 0);
+    const std::vector<FramePtr> again = Decode(In("again.mp4"), AV_PIX_FMT_YUV420P);
+    ASSERT_EQ(again.size(), 6u);
+    EXPECT_EQ(again[5]->width, 1280);
+}
+
+TEST_F(LfxTest, ClipInYuvKeepsFramesAndTimesAndMatchesTheLibrary) {
+    ASSERT_EQ(
+        Lfx("apply --size 64x36 --seconds 0.28 -o in.mkv --codec ffv1 --format yuv420p -q").code,
+        0);
+    const Outcome run =
+        Lfx("apply -i in.mkv -o out.mkv --codec ffv1 --format yuv420p --threads 3 "
+            "-e invert -e invert -e invert");
+    ASSERT_EQ(run.code, 0) << run.err;
+    EXPECT_NE(run.out.find("7 frames"), std::string::npos) << run.out;
+
+    const std::vector<FramePtr> input = Decode(In("in.mkv"), AV_PIX_FMT_YUV420P);
+    const std::vector<FramePtr> output = Decode(In("out.mkv"), AV_PIX_FMT_YUV420P);
+    ASSERT_EQ(input.size(), 7u);
+    ASSERT_EQ(output.size(), input.size());
+    for (size_t i = 0; i < input.size(); ++i) {
+        EXPECT_EQ(output[i]->pts, input[i]->pts) << i;
+        LibraryApply(FindEffect("invert"), {}, *input[i]);
+        EXPECT_TRUE(Pixels(*input[i]) == Pixels(*output[i])) << "frame " << i;
+    }
+}
+
+TEST_F(LfxTest, ErrorsSayOneLineExitNonZeroAndLeaveNoFiles) {
+    ASSERT_EQ(Lfx("apply --size 64x36 --seconds 0.2 -o in.mkv --codec ffv1 -q").code, 0);
+    std::ofstream(In("notes.txt")) << "not a picture";
+    fs::copy_file(In("in.mkv"), In("cut.mkv"));
+    fs::resize_file(In("cut.mkv"), 600);
+    {
+        // Sound without pictures: a WAV header and a few silent samples.
+        std::ofstream wav(In("sound.wav"), std::ios::binary);
+        const char header[] =
+            "RIFF\x2c\x01\0\0WAVEfmt \x10\0\0\0\x01\0\x01\0\x40\x1f\0\0"
+            "\x80\x3e\0\0\x02\0\x10\0data\x08\x01\0\0";
+        wav.write(header, sizeof header - 1);
+        wav << std::string(264, '\0');
+    }
+    const std::vector<std::string> before = Files();
+    const struct {
+        const char* arguments;
+        const char* says;
+    } cases[] = {
+        {"apply -o out.png -e nosuch", "effects: "},
+        {"apply -o out.png -e invert -p nosuch=1", "no property 'nosuch'"},
+        {"apply -o out.png -e invert -p duration=ten", "wants an integer"},
+        {"apply -o out.png -p duration=1", "must follow the -e"},
+        {"apply -i missing.mp4 -o out.png", "cannot read 'missing.mp4'"},
+        {"apply -i notes.txt -o out.png", "cannot read 'notes.txt'"},
+        {"apply -i sound.wav -o out.png", "has no video"},
+        {"apply -o out.xyz", "cannot write 'out.xyz'"},
+        {"apply -o nofolder/out.png", "cannot write 'nofolder/out.png'"},
+        {"apply -o out.png --frames 2", "holds one frame"},
+        {"apply -o out.mp4 --codec nosuch", "no video encoder named 'nosuch'"},
+        {"apply -i cut.mkv -o out.mkv", "cut.mkv"},
+        {"gallery -o out.xyz", "cannot write 'out.xyz'"},
+        {"apply --output", "lfx: "},
+    };
+    for (const auto& c : cases) {
+        const Outcome run = Lfx(c.arguments);
+        EXPECT_NE(run.code, 0) << c.arguments;
+        EXPECT_EQ(run.err.rfind("lfx: ", 0), 0u) << c.arguments << ": " << run.err;
+        EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
+        EXPECT_NE(run.err.find(c.says), std::string::npos) << run.err;
+        EXPECT_EQ(Files(), before) << c.arguments;
+    }
+}
+
+TEST_F(LfxTest, GalleryWritesOnePictureWithATilePerEffect) {
+    const Outcome run = Lfx("gallery --size 64x36 --tile-width 32 --columns 2 -o gallery.png");
+    ASSERT_EQ(run.code, 0) << run.err;
+    const std::vector<FramePtr> gallery = Decode(In("gallery.png"), AV_PIX_FMT_BGRA);
+    ASSERT_EQ(gallery.size(), 1u);
+    const int tiles = static_cast<int>(AvailableEffects().size()) + 1;
+    EXPECT_EQ(gallery[0]->width, tiles > 1 ? 2 * 40 + 8 : 48);
+    EXPECT_EQ(Files(), std::vector<std::string>{"gallery.png"});
+}
+
+TEST_F(LfxTest, FlagsTakeOnlyZeroOrOne) {
+    for (const AvailableEffect& effect : AvailableEffects()) {
+        for (const PropertyInfo& property : effect.properties) {
+            if (property.spec == nullptr || property.spec->kind != catalogue::PropertyKind::Flag) {
+                continue;
+            }
+            const Outcome run = Lfx("apply -o out.png -e " + std::string(effect.entry->name) +
+                                    " -p " + property.name + "=2");
+            EXPECT_NE(run.code, 0);
+            EXPECT_NE(run.err.find("is a flag, 0 or 1"), std::string::npos) << run.err;
+            return;
+        }
+    }
+    GTEST_SKIP() << "no effect in this build has a flag yet";
+}

@@ -1,0 +1,84 @@
+#include <csignal>
+#include <cstdio>
+
+#include "Commands.h"
+#include "Decoder.h"
+#include "Encoder.h"
+#include "Errors.h"
+#include "Pipeline.h"
+
+namespace lfx {
+
+namespace {
+
+// Ctrl-C stops the pipeline cleanly, so the unfinished file is removed.
+class InterruptGuard {
+public:
+    InterruptGuard() : previous_(std::signal(SIGINT, [](int) { Interrupt(); })) {}
+    ~InterruptGuard() { std::signal(SIGINT, previous_); }
+    InterruptGuard(const InterruptGuard&) = delete;
+    InterruptGuard& operator=(const InterruptGuard&) = delete;
+
+private:
+    void (*previous_)(int);
+};
+
+}  // namespace
+
+std::unique_ptr<FrameSource> OpenSource(const InputOptions& input) {
+    if (input.path.empty()) return std::make_unique<GeneratedSource>(input.clip);
+    return std::make_unique<FileSource>(input.path);
+}
+
+int RunApply(const ApplyOptions& options) {
+    const std::vector<ChainStep> steps = ResolveChain(options.effects);
+    InterruptGuard interruptGuard;
+    std::unique_ptr<FrameSource> source = OpenSource(options.input);
+    const SourceInfo& info = source->Info();
+
+    OutputSettings output;
+    output.path = options.output;
+    output.width = info.width;
+    output.height = info.height;
+    output.timeBase = info.timeBase;
+    output.frameRate = info.frameRate;
+    output.sampleAspect = info.sampleAspect;
+    output.colorSpace = info.colorSpace;
+    output.sourceFormat = FfmpegFormat(options.layout);
+    output.audio = info.audio;
+    output.audioTimeBase = info.audioTimeBase;
+    output.codec = options.codec;
+    Encoder encoder(output);
+
+    PipelineSettings settings;
+    settings.layout = options.layout;
+    settings.workers = options.threads;
+    settings.frameLimit = options.frames;
+    if (encoder.IsPicture()) {
+        if (options.frames > 1) {
+            Fail("'" + options.output +
+                 "' is a picture and holds one frame; write a video "
+                 "(.mp4, .mkv) for more");
+        }
+        settings.frameLimit = 1;
+    }
+    int64_t total = info.frameCount;
+    if (settings.frameLimit > 0 && (total < 0 || total > settings.frameLimit)) {
+        total = settings.frameLimit;
+    }
+
+    Progress progress(total, !options.quiet);
+    const int64_t frames = RunPipeline(*source, steps, encoder, settings, progress);
+    encoder.Finish();
+    progress.Finish();
+    if (!options.quiet) {
+        const double seconds = progress.Seconds();
+        std::printf("lfx: wrote %s: %lld frame%s %dx%d (%s, %s) in %.2f s, %.1f fps\n",
+                    options.output.c_str(), static_cast<long long>(frames), frames == 1 ? "" : "s",
+                    info.width, info.height, LayoutName(options.layout),
+                    encoder.Description().c_str(), seconds, seconds > 0 ? frames / seconds : 0.0);
+    }
+    return 0;
+}
+
+}  // namespace lfx

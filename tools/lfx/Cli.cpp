@@ -1,0 +1,202 @@
+#include "Cli.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <new>
+
+extern "C" {
+#include <libavutil/log.h>
+}
+
+#include "Commands.h"
+#include "Errors.h"
+#include "QuietSink.h"
+
+namespace lfx {
+
+namespace {
+
+const char* const kLayoutHelp =
+    "pixel layout the effects work in: bgra (packed B, G, R, A) or yuv420p (planar 4:2:0)";
+
+struct CommonFlags {
+    bool quiet = false;
+    bool verbose = false;
+};
+
+void AddCommonFlags(CLI::App& command, CommonFlags& flags) {
+    command.add_flag("-q,--quiet", flags.quiet, "print nothing but errors");
+    command.add_flag("-v,--verbose", flags.verbose, "show FFmpeg's own warnings");
+}
+
+// Options of the input: a file, or the generated clip and its shape.
+struct InputFlags {
+    std::string path;
+    std::string size;
+    double seconds = 0;
+    int rate = 0;
+};
+
+void AddInputFlags(CLI::App& command, InputFlags& flags) {
+    command.add_option("-i,--input", flags.path,
+                       "picture or video to read (default: a generated 1280x720 clip of 3 s at "
+                       "25 fps)");
+    command.add_option("--size", flags.size, "size of the generated clip, WIDTHxHEIGHT");
+    command.add_option("--seconds", flags.seconds, "length of the generated clip in seconds")
+        ->check(CLI::Range(0.01, 3600.0));
+    command.add_option("--rate", flags.rate, "frames a second of the generated clip")
+        ->check(CLI::Range(1, 1000));
+}
+
+InputOptions ToInput(const InputFlags& flags) {
+    InputOptions input;
+    input.path = flags.path;
+    const bool shaped = !flags.size.empty() || flags.seconds > 0 || flags.rate > 0;
+    if (!input.path.empty() && shaped) {
+        Fail("--size, --seconds and --rate shape the generated clip; leave them out with -i");
+    }
+    if (!flags.size.empty()) {
+        char rest = 0;
+        if (std::sscanf(flags.size.c_str(), "%dx%d%c", &input.clip.width, &input.clip.height,
+                        &rest) != 2) {
+            Fail("--size wants WIDTHxHEIGHT such as 640x360, not '" + flags.size + "'");
+        }
+    }
+    if (flags.seconds > 0) input.clip.seconds = flags.seconds;
+    if (flags.rate > 0) input.clip.rate = flags.rate;
+    return input;
+}
+
+Layout ToLayout(const std::string& name) {
+    return name == "yuv420p" ? Layout::Yuv420p : Layout::Bgra;
+}
+
+// Pairs each -p with the -e before it, in the order they were given.
+std::vector<EffectRequest> ToEffects(const CLI::App& command, const CLI::Option* effectOption,
+                                     const std::vector<std::string>& effects,
+                                     const CLI::Option* propertyOption,
+                                     const std::vector<std::string>& properties) {
+    std::vector<EffectRequest> requests;
+    size_t nextEffect = 0;
+    size_t nextProperty = 0;
+    for (const CLI::Option* option : command.parse_order()) {
+        if (option == effectOption && nextEffect < effects.size()) {
+            requests.push_back({effects[nextEffect++], {}});
+        } else if (option == propertyOption && nextProperty < properties.size()) {
+            const std::string& text = properties[nextProperty++];
+            if (requests.empty()) Fail("-p " + text + " must follow the -e it sets");
+            const size_t equals = text.find('=');
+            if (equals == std::string::npos || equals == 0) {
+                Fail("-p wants property=value, not '" + text + "'");
+            }
+            requests.back().properties.emplace_back(text.substr(0, equals),
+                                                    text.substr(equals + 1));
+        }
+    }
+    return requests;
+}
+
+std::string FailureLine(const CLI::App*, const CLI::Error& error) {
+    return std::string("lfx: ") + error.what() + "\n";
+}
+
+}  // namespace
+
+int RunCli(int argc, char** argv) {
+    CLI::App app{"Runs libfilter's effects on pictures and video.", "lfx"};
+    app.require_subcommand(1);
+    app.failure_message(FailureLine);
+
+    CommonFlags common;
+    std::string listName;
+    CLI::App* list = app.add_subcommand(
+        "list", "List the effects this build can run, with their properties and defaults.");
+    list->add_option("effect", listName, "one effect, by name or id");
+
+    InputFlags applyInput;
+    ApplyOptions apply;
+    std::string applyLayout = "bgra";
+    std::vector<std::string> effects;
+    std::vector<std::string> properties;
+    CLI::App* applyCommand = app.add_subcommand(
+        "apply",
+        "Run a chain of effects on every frame of a picture or video and encode the result "
+        "by the output's extension (.png/.jpg: one picture; .mp4/.mkv: H.264 video, audio "
+        "copied).");
+    AddInputFlags(*applyCommand, applyInput);
+    applyCommand->add_option("-o,--output", apply.output, "file to write")->required();
+    CLI::Option* effectOption = applyCommand
+                                    ->add_option("-e,--effect", effects,
+                                                 "effect to run, by name or id (repeat "
+                                                 "for a chain; lfx list names them)")
+                                    ->type_size(1)
+                                    ->allow_extra_args(false);
+    CLI::Option* propertyOption =
+        applyCommand
+            ->add_option("-p,--property", properties,
+                         "property=value for the -e before it (repeat for more)")
+            ->type_size(1)
+            ->allow_extra_args(false);
+    applyCommand->add_option("--format", applyLayout, kLayoutHelp)
+        ->check(CLI::IsMember({"bgra", "yuv420p"}));
+    applyCommand->add_option("--frames", apply.frames, "stop after this many frames")
+        ->check(CLI::PositiveNumber);
+    applyCommand
+        ->add_option("--threads", apply.threads,
+                     "effect-chain workers, each with its own effects; frames keep their order "
+                     "(codecs pick their own threads)")
+        ->check(CLI::Range(1, 64));
+    applyCommand->add_option("--codec", apply.codec,
+                             "video encoder to use, such as libx264, ffv1 or mpeg4");
+    AddCommonFlags(*applyCommand, common);
+
+    InputFlags galleryInput;
+    GalleryOptions gallery;
+    std::string galleryLayout = "bgra";
+    CLI::App* galleryCommand = app.add_subcommand(
+        "gallery", "Write one picture with every effect applied to the same frame, labelled.");
+    AddInputFlags(*galleryCommand, galleryInput);
+    galleryCommand->add_option("-o,--output", gallery.output, "picture to write (.png, .jpg)")
+        ->required();
+    galleryCommand->add_option("--format", galleryLayout, kLayoutHelp)
+        ->check(CLI::IsMember({"bgra", "yuv420p"}));
+    galleryCommand->add_option("--tile-width", gallery.tileWidth, "width of each picture")
+        ->check(CLI::Range(16, 4096));
+    galleryCommand->add_option("--columns", gallery.columns, "pictures a row")
+        ->check(CLI::Range(1, 64));
+    AddCommonFlags(*galleryCommand, common);
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error);
+    }
+
+    av_log_set_level(common.verbose ? AV_LOG_WARNING : AV_LOG_QUIET);
+    // Reports go to lfx, which words them for the person; probing for effects stays silent.
+    QuietSink sink;
+    try {
+        if (list->parsed()) return RunList(listName);
+        if (applyCommand->parsed()) {
+            apply.input = ToInput(applyInput);
+            apply.layout = ToLayout(applyLayout);
+            apply.quiet = common.quiet;
+            apply.effects =
+                ToEffects(*applyCommand, effectOption, effects, propertyOption, properties);
+            return RunApply(apply);
+        }
+        gallery.input = ToInput(galleryInput);
+        gallery.layout = ToLayout(galleryLayout);
+        gallery.quiet = common.quiet;
+        return RunGallery(gallery);
+    } catch (const UserError& error) {
+        std::fprintf(stderr, "lfx: %s\n", error.what());
+    } catch (const std::bad_alloc&) {
+        std::fprintf(stderr, "lfx: out of memory\n");
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "lfx: %s\n", error.what());
+    }
+    return 1;
+}
+
+}  // namespace lfx

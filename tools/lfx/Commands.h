@@ -1,0 +1,49 @@
+// The three subcommands, with their options already parsed.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "EffectChain.h"
+#include "Generator.h"
+#include "Layout.h"
+#include "Source.h"
+
+namespace lfx {
+
+struct InputOptions {
+    std::string path;   // empty: the generated clip
+    ClipSettings clip;  // for the generated clip
+};
+
+struct ApplyOptions {
+    InputOptions input;
+    std::string output;
+    std::vector<EffectRequest> effects;
+    Layout layout = Layout::Bgra;
+    int64_t frames = -1;
+    int threads = 1;
+    std::string codec;
+    bool quiet = false;
+};
+
+struct GalleryOptions {
+    InputOptions input;
+    std::string output;
+    Layout layout = Layout::Bgra;
+    int tileWidth = 320;
+    int columns = 4;
+    bool quiet = false;
+};
+
+// Each prints what it made (unless quiet) and returns the exit code; throws a UserError.
+int RunList(const std::string& name);
+int RunApply(const ApplyOptions& options);
+int RunGallery(const GalleryOptions& options);
+
+// The file, or the generated clip when no path is given.
+std::unique_ptr<FrameSource> OpenSource(const InputOptions& input);
+
+}  // namespace lfx

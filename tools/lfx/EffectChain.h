@@ -1,0 +1,46 @@
+// A chain of configured effects run in place on frames of one layout.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Available.h"
+
+struct AVFrame;
+
+namespace lfx {
+
+// An effect as the person asked for it on the command line.
+struct EffectRequest {
+    std::string name;
+    PropertyList properties;
+};
+
+// A request checked against the effects this process has.
+struct ChainStep {
+    const AvailableEffect* effect;
+    PropertyList properties;
+};
+
+// Checks names, property names and property texts; throws a UserError on the first problem.
+std::vector<ChainStep> ResolveChain(const std::vector<EffectRequest>& requests);
+
+// One instance of every step. Effects are single-threaded: each worker thread has its own chain.
+class EffectChain {
+public:
+    // Makes the effects and sets their properties; throws a UserError when the library refuses.
+    explicit EffectChain(const std::vector<ChainStep>& steps);
+
+    // Runs every effect on `frame` (BGRA or YUV420P) in place; `index` numbers the frame. Throws a
+    // UserError when an effect reports a failure.
+    void Apply(AVFrame& frame, int index);
+
+private:
+    struct Instance {
+        const AvailableEffect* effect;
+        EffectPtr processor;
+    };
+    std::vector<Instance> effects_;
+};
+
+}  // namespace lfx

@@ -1,0 +1,12 @@
+#include "Errors.h"
+
+#include "Ffmpeg.h"
+
+namespace lfx {
+
+void Fail(const std::string& what, int code) {
+    if (code < 0) throw UserError(what + ": " + ErrorText(code));
+    throw UserError(what);
+}
+
+}  // namespace lfx

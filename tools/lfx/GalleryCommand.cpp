@@ -1,0 +1,35 @@
+#include <cstdio>
+
+#include "Commands.h"
+#include "Errors.h"
+#include "Gallery.h"
+
+namespace lfx {
+
+int RunGallery(const GalleryOptions& options) {
+    std::unique_ptr<FrameSource> source = OpenSource(options.input);
+    FramePtr picture;
+    if (options.input.path.empty()) {
+        // Half a second in, the shapes have moved off the clip's edges.
+        picture = GeneratedSource(options.input.clip).Draw(options.input.clip.rate / 2);
+    } else {
+        StreamItem item;
+        while (!item.frame) {
+            if (!source->Next(item)) Fail(source->Info().name + " has no video frames");
+        }
+        picture = std::move(item.frame);
+    }
+    GallerySettings settings;
+    settings.output = options.output;
+    settings.tileWidth = options.tileWidth;
+    settings.columns = options.columns;
+    settings.layout = options.layout;
+    const int shown = WriteGallery(std::move(picture), source->Info().colorSpace, settings);
+    if (!options.quiet) {
+        std::printf("lfx: wrote %s: %d effect%s on %s (%s)\n", options.output.c_str(), shown,
+                    shown == 1 ? "" : "s", source->Info().name.c_str(), LayoutName(options.layout));
+    }
+    return 0;
+}
+
+}  // namespace lfx

@@ -1,0 +1,31 @@
+// Runs decode, effects and encode as a pipeline: one thread reads the source, N workers each
+// with their own effect chain convert and process frames, and the calling thread puts them
+// back in order and encodes them. Bounded queues keep every stage at the pace of the slowest.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "EffectChain.h"
+#include "Encoder.h"
+#include "Layout.h"
+#include "Progress.h"
+#include "Source.h"
+
+namespace lfx {
+
+struct PipelineSettings {
+    Layout layout = Layout::Bgra;
+    int workers = 1;
+    int64_t frameLimit = -1;  // -1: every frame of the source
+};
+
+// Frames written. Throws a UserError (after stopping every thread) when a stage fails, or when
+// Interrupt was called.
+int64_t RunPipeline(FrameSource& source, const std::vector<ChainStep>& steps, Encoder& encoder,
+                    const PipelineSettings& settings, Progress& progress);
+
+// Asks a running pipeline to stop; safe to call from a signal handler.
+void Interrupt();
+
+}  // namespace lfx
