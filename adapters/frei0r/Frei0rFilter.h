@@ -1,0 +1,67 @@
+// One catalogue effect as a frei0r filter: the plug-in and parameter descriptions, and instances
+// that run the effect on the host's BGRA frames. Plugin.cpp binds it to one effect.
+#pragma once
+
+#include <cstdint>
+#include <exception>
+#include <memory>
+#include <string>
+#include <vector>
+
+extern "C" {
+#include <frei0r.h>
+}
+
+#include "catalogue/Catalogue.h"
+#include "libfilter/CVideoFrame.h"
+
+namespace frei0r_adapter {
+
+void GetPluginInfo(const catalogue::CatalogueEntry& entry, const char* pluginName,
+                   f0r_plugin_info_t* info);
+void GetParamInfo(const catalogue::CatalogueEntry& entry, f0r_param_info_t* info, int index);
+
+// One effect instance for frames of a fixed size. Parameters are the catalogue's properties in
+// its order: numbers as doubles with 0..1 spanning the property's range, flags as bools,
+// colours as colours, texts as strings.
+class Filter {
+public:
+    // Null when the size cannot make a frame or the library refuses the effect.
+    static std::unique_ptr<Filter> Create(const catalogue::CatalogueEntry& entry, unsigned width,
+                                          unsigned height);
+
+    void SetParam(f0r_param_t value, int index);
+    void GetParam(f0r_param_t value, int index);
+    // Copies `in` into `out` (unless they are the same frame) and runs the effect on `out`.
+    void Update(const uint32_t* in, uint32_t* out);
+
+private:
+    Filter(const catalogue::CatalogueEntry& entry, catalogue::EffectPtr effect, unsigned width,
+           unsigned height);
+    const catalogue::PropertySpec* Spec(int index) const;
+
+    const catalogue::CatalogueEntry& entry_;
+    catalogue::EffectPtr effect_;
+    std::vector<int> tags_;  // each parameter's type tag, as the effect reports it
+    MediaCore::CVideoFrame frame_;
+    unsigned width_;
+    unsigned height_;
+    int count_ = 0;
+};
+
+// Hands a failure that no effect reported to the engine's error sink, as the library does.
+void ReportFailure(const char* what);
+
+// Runs `call` so that nothing it throws reaches the host.
+template <class Call>
+void Guarded(Call call) noexcept {
+    try {
+        call();
+    } catch (const std::exception& error) {
+        ReportFailure(error.what());
+    } catch (...) {
+        ReportFailure("catch unknown all exception");
+    }
+}
+
+}  // namespace frei0r_adapter
