@@ -1,0 +1,356 @@
+// Each of our effects beside its nearest peers among the filters hosts use today: FFmpeg's
+// libavfilter (a filter graph on one thread) and frei0r plugins, in the same process on the same
+// frames. After the runs a table gives our processor time per frame over the peer's for every
+// pair: below 1 we are faster. Pairs whose effect this build lacks, or whose peer does not take
+// the frame's format as it is (libavfilter would convert it), are left out and listed.
+#include <benchmark/benchmark.h>
+
+extern "C" {
+#include <libavutil/log.h>
+}
+
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "Medians.h"
+#include "Peers.h"
+#include "libfilter/Siblings.h"
+#include "support/EffectRoster.h"
+
+using namespace MediaCore;
+using testing_support::PropertyList;
+
+namespace {
+
+struct FrameKind {
+    int format;
+    const char* name;
+    unsigned width, height;
+};
+
+const FrameKind kFrames[] = {
+    {PIXFMT_BGRA32, "BGRA", 1920, 1080},
+    {PIXFMT_YUV420P, "YUV420P", 1920, 1080},
+    {PIXFMT_BGRA32, "BGRA", 3840, 2160},
+    {PIXFMT_YUV420P, "YUV420P", 3840, 2160},
+};
+
+// A frei0r parameter; with perWidth its value is divided by the frame's width.
+struct Param {
+    const char* name;
+    double value;
+    bool perWidth = false;
+};
+
+// A libavfilter chain or a frei0r plugin. Chains may hold {W} and {H}, the frame's size, and
+// {FW} and {FX}: the width a quarter-turned frame is scaled to so that it fits, and its offset.
+struct Peer {
+    enum Kind { kLavfi, kFrei0r } kind;
+    std::string text;
+    std::vector<Param> params;
+    const char* note = nullptr;  // shown beside the peer, for peers that do no pixel work
+};
+
+Peer Lavfi(std::string chain, const char* note = nullptr) {
+    return {Peer::kLavfi, std::move(chain), {}, note};
+}
+Peer Frei0r(std::string plugin, std::vector<Param> params = {}) {
+    return {Peer::kFrei0r, std::move(plugin), std::move(params)};
+}
+
+// One 3x3 kernel on the three planes of a YUV frame.
+std::string Convolution(const std::string& kernel, const std::string& divisor) {
+    std::string chain = "convolution=";
+    for (const char* plane : {"0", "1", "2"}) {
+        chain += std::string(plane == std::string("0") ? "" : ":") + plane + "m='" + kernel +
+                 "':" + plane + "rdiv=" + divisor;
+    }
+    return chain;
+}
+
+// One row of the table: our effect (by id; settings may use {W} and {H}, none means its usual
+// work) and a peer. New effects need one row per peer here and nothing else.
+struct Pair {
+    unsigned id;
+    PropertyList ours;
+    Peer peer;
+};
+
+// Blocks of 16 pixels over the whole frame.
+const PropertyList kWholeFrameMosaic = {{"mosaic_x1", "0"},
+                                        {"mosaic_y1", "0"},
+                                        {"mosaic_x2", "{W}"},
+                                        {"mosaic_y2", "{H}"},
+                                        {"mosaic_step", "4"}};
+
+const std::string kSepia = "colorchannelmixer=.393:.769:.189:0:.349:.686:.168:0:.272:.534:.131";
+
+const std::vector<Pair> kPairs = {
+    {AVPROCESSOR_INVERT, {}, Lavfi("negate")},
+    {AVPROCESSOR_INVERT, {}, Frei0r("invert0r")},
+    {AVPROCESSOR_GRAY, {}, Lavfi("hue=s=0")},
+    {AVPROCESSOR_GRAY, {}, Frei0r("bw0r")},
+    {AVPROCESSOR_FLIP_COLOR, {}, Lavfi("colorchannelmixer=rr=0:rb=1:br=1:bb=0")},
+    {AVPROCESSOR_FLIP_COLOR, {}, Lavfi("swapuv", "swaps the plane pointers, moves no pixel")},
+    {AVPROCESSOR_AGED_FILM, {}, Lavfi(kSepia)},
+    {AVPROCESSOR_BRIGHTNESS_CONTRAST,
+     {{"brightness", "20"}, {"contrast", "40"}, {"saturation", "60"}},
+     Lavfi("eq=brightness=0.2:contrast=1.4:saturation=1.6")},
+    {AVPROCESSOR_BRIGHTNESS_CONTRAST,
+     {{"brightness", "20"}},
+     Frei0r("brightness", {{"Brightness", 0.6}})},
+    {AVPROCESSOR_BRIGHTNESS_CONTRAST,
+     {{"contrast", "40"}},
+     Frei0r("contrast0r", {{"Contrast", 0.7}})},
+    {AVPROCESSOR_BRIGHTNESS_CONTRAST,
+     {{"saturation", "60"}},
+     Frei0r("saturat0r", {{"Saturation", 0.2}})},
+    {AVPROCESSOR_REVERSE, {{"mirror", "1"}}, Lavfi("hflip")},
+    {AVPROCESSOR_REVERSE, {{"vertical", "1"}}, Lavfi("vflip", "negates the pitch, moves no pixel")},
+    {AVPROCESSOR_REVERSE, {{"mirror", "1"}}, Frei0r("flippo", {{"X axis", 1}})},
+    {AVPROCESSOR_GAUSS_BLUR,
+     {{"blur_count", "1"}},
+     Lavfi(Convolution("1 2 1 2 4 2 1 2 1", "1/16"))},
+    {AVPROCESSOR_GAUSS_BLUR, {{"blur_count", "1"}}, Lavfi("boxblur=1:1")},
+    {AVPROCESSOR_GAUSS_BLUR, {{"blur_count", "1"}}, Frei0r("IIRblur", {{"Amount", 0.1}})},
+    {AVPROCESSOR_GAUSS_BLUR,
+     {{"blur_count", "1"}},
+     Frei0r("squareblur", {{"Kernel size", 3, true}})},
+    {AVPROCESSOR_LAPLACIAN_SHARPEN,
+     {{"sharpen_count", "1"}},
+     Lavfi(Convolution("-1 -1 -1 -1 9 -1 -1 -1 -1", "1"))},
+    {AVPROCESSOR_LAPLACIAN_SHARPEN, {{"sharpen_count", "1"}}, Lavfi("unsharp=3:3:1:3:3:1")},
+    {AVPROCESSOR_LAPLACIAN_SHARPEN,
+     {{"sharpen_count", "1"}},
+     Frei0r("sharpness", {{"Amount", 0.5}, {"Size", 0.1}})},
+    {AVPROCESSOR_EMBOSS, {}, Lavfi(Convolution("-2 -1 0 -1 1 1 0 1 2", "1"))},
+    {AVPROCESSOR_EMBOSS, {}, Frei0r("emboss")},
+    {AVPROCESSOR_MOSAIC, kWholeFrameMosaic, Lavfi("pixelize=w=16:h=16")},
+    {AVPROCESSOR_MOSAIC, kWholeFrameMosaic,
+     Frei0r("pixeliz0r", {{"Block width", 30, true}, {"Block height", 30, true}})},
+    {AVPROCESSOR_TRANSPARENCY, {}, Lavfi("colorchannelmixer=aa=0.4")},
+    {AVPROCESSOR_COLOR_FILTER, {}, Lavfi("colorkey=color=0xFFFFFF:similarity=0.2")},
+    {AVPROCESSOR_ADD_NOISE, {{"addnoise_level", "4"}}, Lavfi("noise=alls=20")},
+    {AVPROCESSOR_ROTATE90,
+     {},
+     Lavfi("transpose=clock,scale={FW}:{H}:threads=1,pad={W}:{H}:{FX}:0")},
+    {AVPROCESSOR_2DTO3D, {{"type", "1"}}, Lavfi("stereo3d=sbsl:arcd")},
+    {AVPROCESSOR_2DTO3D, {{"type", "2"}}, Lavfi("stereo3d=sbsl:agmd")},
+    {AVPROCESSOR_2DTO3D, {{"type", "3"}}, Lavfi("stereo3d=abl:sbsl")},
+    {AVPROCESSOR_2DTO3D, {{"type", "4"}}, Lavfi("stereo3d=sbsl:abl")},
+};
+
+std::string Resolve(std::string text, const FrameKind& frame) {
+    // A quarter-turned frame scaled to the frame's height, to an even width, and centred.
+    const unsigned fitted = (frame.height * frame.height / frame.width + 1) & ~1u;
+    const std::pair<const char*, unsigned> tokens[] = {
+        {"{W}", frame.width},
+        {"{H}", frame.height},
+        {"{FW}", fitted},
+        {"{FX}", (frame.width - fitted) / 2},
+    };
+    for (const auto& [token, value] : tokens) {
+        for (size_t at; (at = text.find(token)) != std::string::npos;)
+            text.replace(at, std::strlen(token), std::to_string(value));
+    }
+    return text;
+}
+
+PropertyList OurSettings(const Pair& pair, const FrameKind& frame) {
+    PropertyList settings =
+        pair.ours.empty() ? testing_support::WorkingProperties(pair.id, frame.width, frame.height)
+                          : pair.ours;
+    for (auto& setting : settings)
+        setting.second = Resolve(setting.second, frame);
+    return settings;
+}
+
+std::string Describe(const PropertyList& settings) {
+    std::string text;
+    for (const auto& [name, value] : settings)
+        text += (text.empty() ? "" : " ") + name + "=" + value;
+    return text;
+}
+
+peers::Frei0rPeer::Params Frei0rParams(const Peer& peer, const FrameKind& frame) {
+    peers::Frei0rPeer::Params params;
+    for (const Param& p : peer.params)
+        params.emplace_back(p.name, p.perWidth ? p.value / frame.width : p.value);
+    return params;
+}
+
+std::string Number(double value) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.4g", value);
+    return text;
+}
+
+std::string DescribePeer(const Peer& peer, const FrameKind& frame) {
+    if (peer.kind == Peer::kLavfi) {
+        const std::string note = peer.note != nullptr ? std::string(" (") + peer.note + ")" : "";
+        return "libavfilter `" + Resolve(peer.text, frame) + "`" + note;
+    }
+    std::string text = "frei0r `" + peer.text + "`";
+    for (const auto& [name, value] : Frei0rParams(peer, frame))
+        text += " " + name + "=" + Number(value);
+    return text;
+}
+
+std::string FrameName(const FrameKind& frame) {
+    return std::string(frame.name) + "/" + std::to_string(frame.width) + "x" +
+           std::to_string(frame.height);
+}
+
+void BenchOurs(benchmark::State& state, unsigned id, PropertyList settings, FrameKind frame) {
+    peers::Picture picture(frame.format, frame.width, frame.height);
+    GVideoProcessor* effect = testing_support::FindServedEffect(id)->Create();
+    for (const auto& [name, value] : settings)
+        effect->SetProperty(name.c_str(), value.c_str());
+    ImagePostion position{};
+    // One untimed frame, so what an effect makes once (converters, tables) is not timed.
+    effect->ProcFrameInPlace(&position, 0, &picture.View());
+    for (auto _ : state) {
+        effect->ProcFrameInPlace(&position, 0, &picture.View());
+        benchmark::ClobberMemory();
+    }
+    effect->Free();
+}
+
+void BenchLavfi(benchmark::State& state, std::string chain, FrameKind frame) {
+    peers::Picture picture(frame.format, frame.width, frame.height);
+    peers::LavfiPeer peer(chain, frame.format, frame.width, frame.height);
+    peer.Run(picture.Frame());  // lets the graph fill its frame pools
+    for (auto _ : state) {
+        if (!peer.Run(picture.Frame())) {
+            state.SkipWithError("the graph refused a frame");
+            break;
+        }
+    }
+}
+
+void BenchFrei0r(benchmark::State& state, std::string plugin, peers::Frei0rPeer::Params params,
+                 FrameKind frame) {
+    peers::Picture in(frame.format, frame.width, frame.height);
+    peers::Picture out(frame.format, frame.width, frame.height);
+    peers::Frei0rPeer peer(plugin, params, frame.width, frame.height);
+    if (!peer.Loaded()) {
+        state.SkipWithError("the plugin did not load");
+        return;
+    }
+    auto* source = reinterpret_cast<uint32_t*>(in.Frame()->data[0]);
+    auto* target = reinterpret_cast<uint32_t*>(out.Frame()->data[0]);
+    for (auto _ : state) {
+        peer.Run(source, target);
+        std::swap(source, target);
+        benchmark::ClobberMemory();
+    }
+}
+
+// Whether a peer can run on this frame as it is; else why not.
+std::string Unavailable(const Peer& peer, const FrameKind& frame) {
+    if (peer.kind == Peer::kLavfi) {
+        peers::LavfiPeer probe(Resolve(peer.text, frame), frame.format, frame.width, frame.height);
+        return probe.Native() ? "" : "does not take " + std::string(frame.name) + " as it is";
+    }
+    if (frame.format != PIXFMT_BGRA32) return "packed 32-bit frames only";
+    peers::Frei0rPeer probe(peer.text, Frei0rParams(peer, frame), frame.width, frame.height);
+    return probe.Loaded() ? "" : "plugin not installed";
+}
+
+struct Row {
+    std::string effect, peer, frame, ours, theirs;
+};
+
+// Prints the usual console report, then our time over the peer's for every pair.
+class PeerReporter : public benchmark::ConsoleReporter {
+public:
+    PeerReporter(std::vector<Row> rows, std::vector<std::string> skipped)
+        : rows_(std::move(rows)), skipped_(std::move(skipped)) {}
+
+    void ReportRuns(const std::vector<Run>& runs) override {
+        ConsoleReporter::ReportRuns(runs);
+        for (const Run& run : runs) {
+            const std::string name = run.run_name.function_name;
+            if (!medians_.Takes(run, name)) continue;
+            // Processor time: on a shared machine it counts the work, not the waits.
+            milliseconds_[name] = run.GetAdjustedCPUTime();
+        }
+    }
+
+    void Finalize() override {
+        ConsoleReporter::Finalize();
+        std::printf(
+            "\n| effect (our settings) | peer | frame | ours ms | peer ms | ours / peer |\n");
+        std::printf("|---|---|---|---:|---:|---:|\n");
+        for (const Row& row : rows_) {
+            const auto ours = milliseconds_.find(row.ours);
+            const auto theirs = milliseconds_.find(row.theirs);
+            if (ours == milliseconds_.end() || theirs == milliseconds_.end()) continue;
+            std::printf("| %s | %s | %s | %.2f | %.2f | %.2f |\n", row.effect.c_str(),
+                        row.peer.c_str(), row.frame.c_str(), ours->second, theirs->second,
+                        ours->second / theirs->second);
+        }
+        if (!skipped_.empty()) std::printf("\nLeft out:\n");
+        for (const std::string& line : skipped_)
+            std::printf("- %s\n", line.c_str());
+    }
+
+private:
+    std::vector<Row> rows_;
+    std::vector<std::string> skipped_;
+    std::map<std::string, double> milliseconds_;
+    MedianRuns medians_;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    GetLogger()->SetLevel(LOG_LEVEL_OFF);
+    av_log_set_level(AV_LOG_QUIET);
+    testing_support::SilentSink quiet;
+    std::vector<Row> rows;
+    std::vector<std::string> skipped;
+    std::set<std::string> registered;
+    const auto add = [&](const std::string& name, auto&&... args) {
+        if (!registered.insert(name).second) return;
+        benchmark::RegisterBenchmark(name.c_str(), args...)->Unit(benchmark::kMillisecond);
+    };
+    for (const FrameKind& frame : kFrames) {
+        for (const Pair& pair : kPairs) {
+            const std::string effect = testing_support::EffectName(pair.id);
+            const PropertyList settings = OurSettings(pair, frame);
+            const std::string described =
+                effect + (settings.empty() ? "" : " (" + Describe(settings) + ")");
+            const std::string peerText = DescribePeer(pair.peer, frame);
+            if (testing_support::FindServedEffect(pair.id) == nullptr) {
+                if (&frame == &kFrames[0])
+                    skipped.push_back(effect + " beside " + peerText + ": not in this build");
+                continue;
+            }
+            if (const std::string why = Unavailable(pair.peer, frame); !why.empty()) {
+                skipped.push_back(described + " beside " + peerText + " on " + FrameName(frame) +
+                                  ": " + why);
+                continue;
+            }
+            // Pairs that share a side share its benchmark.
+            const std::string ours = "ours/" + described + "/" + FrameName(frame);
+            const std::string theirs = "peer/" + peerText + "/" + FrameName(frame);
+            add(ours, BenchOurs, pair.id, settings, frame);
+            if (pair.peer.kind == Peer::kLavfi) {
+                add(theirs, BenchLavfi, Resolve(pair.peer.text, frame), frame);
+            } else {
+                add(theirs, BenchFrei0r, pair.peer.text, Frei0rParams(pair.peer, frame), frame);
+            }
+            rows.push_back({described, peerText, FrameName(frame), ours, theirs});
+        }
+    }
+    benchmark::Initialize(&argc, argv);
+    PeerReporter reporter(std::move(rows), std::move(skipped));
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    benchmark::Shutdown();
+    return 0;
+}
