@@ -34,11 +34,13 @@ namespace MediaCore::Simd {
     ATTR static void Splat32(V& r, uint32_t v) { r = P##set1_epi32(static_cast<int>(v)); }      \
     ATTR static void And(V& r, const V& a, const V& b) { r = P##and_##SI(a, b); }               \
     ATTR static void Or(V& r, const V& a, const V& b) { r = P##or_##SI(a, b); }                 \
+    ATTR static void Xor(V& r, const V& a, const V& b) { r = P##xor_##SI(a, b); }               \
     ATTR static void Add16(V& r, const V& a, const V& b) { r = P##add_epi16(a, b); }            \
     ATTR static void Sub16(V& r, const V& a, const V& b) { r = P##sub_epi16(a, b); }            \
     ATTR static void Add32(V& r, const V& a, const V& b) { r = P##add_epi32(a, b); }            \
     ATTR static void Sub32(V& r, const V& a, const V& b) { r = P##sub_epi32(a, b); }            \
     ATTR static void Max16(V& r, const V& a, const V& b) { r = P##max_epi16(a, b); }            \
+    ATTR static void Min16(V& r, const V& a, const V& b) { r = P##min_epi16(a, b); }            \
     /* Unsigned (a + b + 1) >> 1 of 16-bit lanes, without overflow. */                          \
     ATTR static void AverageU16(V& r, const V& a, const V& b) { r = P##avg_epu16(a, b); }       \
     /* High 16 bits of each signed or unsigned 16 x 16-bit product; low 16 bits. */             \
@@ -55,9 +57,13 @@ namespace MediaCore::Simd {
     ATTR static void UnpackLo32(V& r, const V& a, const V& b) { r = P##unpacklo_epi32(a, b); }  \
     /* Signed 16-bit lanes of a then b, clamped to 0..255, within each 128-bit block. */         \
     ATTR static void PackU8(V& r, const V& a, const V& b) { r = P##packus_epi16(a, b); }        \
+    /* The same, clamped to -128..127. */                                                        \
+    ATTR static void PackS8(V& r, const V& a, const V& b) { r = P##packs_epi16(a, b); }         \
     template <int n> ATTR static void ShiftLeft16(V& r, const V& a) { r = P##slli_epi16(a, n); } \
     template <int n> ATTR static void ShiftLeft32(V& r, const V& a) { r = P##slli_epi32(a, n); } \
     template <int n> ATTR static void ShiftRight32(V& r, const V& a) { r = P##srli_epi32(a, n); } \
+    /* Signed 16-bit lanes shifted right, copying the sign bit in. */                            \
+    template <int n> ATTR static void ShiftRightSigned16(V& r, const V& a) { r = P##srai_epi16(a, n); } \
     /* Lanes 0..3 of each 64-bit lane take its lanes i0..i3 (16-bit lanes). */                   \
     template <int i0, int i1, int i2, int i3>                                                    \
     ATTR static void Shuffle16In64(V& r, const V& a) {                                           \

@@ -3,11 +3,8 @@
 
 #include "core/LoopForms.h"
 #include "core/Planes.h"
+#include "core/SimdOps.h"
 #include "libfilter/Siblings.h"
-
-#if LF_X86_64
-#include <immintrin.h>
-#endif
 
 namespace MediaCore {
 
@@ -71,114 +68,96 @@ void EmbossReducedTail(uint8_t* row, const uint8_t* above, size_t bytes, int16_t
 }
 
 #if LF_X86_64
-// Each block: widen to 16 bits, clamp the difference, multiply by the clamped level, then
-// packed: saturate to -128 .. 127, add 128 and keep alpha; plane: add 128 and saturate to
-// 0 .. 255, with negative results forced to 255.
-inline __m128i ClampedProduct(__m128i c, __m128i a, __m128i level) {
-    const __m128i d = _mm_sub_epi16(c, a);
-    const __m128i clamped =
-        _mm_max_epi16(_mm_min_epi16(d, _mm_set1_epi16(kReach)), _mm_set1_epi16(-kReach));
-    return _mm_mullo_epi16(clamped, level);
-}
-
+// One vector form for every level. Each vector: widen to 16 bits, clamp the difference, multiply
+// by the clamped level; packed: saturate to -128 .. 127, add 128 and keep alpha; plane: add 128
+// and saturate to 0 .. 255, with negative results forced to 255. The clamped rule finishes the
+// tail; vectors are a multiple of 4 bytes, so the tail starts on a pixel and alpha stays in
+// phase.
 template <bool kPacked>
-size_t EmbossBlocksSse2(uint8_t* row, const uint8_t* above, size_t bytes, int16_t level) {
-    const __m128i zero = _mm_setzero_si128(), l = _mm_set1_epi16(level);
-    size_t j = 0;
-    for (; j + 16 <= bytes; j += 16) {
-        const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + j));
-        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(above + j));
-        const __m128i lo =
-            ClampedProduct(_mm_unpacklo_epi8(c, zero), _mm_unpacklo_epi8(a, zero), l);
-        const __m128i hi =
-            ClampedProduct(_mm_unpackhi_epi8(c, zero), _mm_unpackhi_epi8(a, zero), l);
-        __m128i out;
-        if constexpr (kPacked) {
-            const __m128i alpha = _mm_set1_epi32(static_cast<int>(0xFF000000u));
-            out = _mm_xor_si128(_mm_packs_epi16(lo, hi), _mm_set1_epi8(-128));
-            out = _mm_or_si128(_mm_andnot_si128(alpha, out), _mm_and_si128(alpha, c));
-        } else {
-            const __m128i centre = _mm_set1_epi16(128);
-            const __m128i tl = _mm_add_epi16(lo, centre), th = _mm_add_epi16(hi, centre);
-            out =
-                _mm_or_si128(_mm_packus_epi16(tl, th),
-                             _mm_packs_epi16(_mm_cmplt_epi16(tl, zero), _mm_cmplt_epi16(th, zero)));
+struct EmbossVectors {
+    template <class I>
+    static void Run(uint8_t* row, const uint8_t* above, size_t bytes, int16_t level) {
+        using V = typename I::V;
+        V zero, scale, reach, reachBelow;
+        I::Zero(zero);
+        I::Splat16(scale, level);
+        I::Splat16(reach, kReach);
+        I::Splat16(reachBelow, -kReach);
+        // Lanes of one half: (clamp(c - a)) x level.
+        auto product = [&](V& r, const V& c, const V& a) {
+            I::Sub16(r, c, a);
+            I::Min16(r, r, reach);
+            I::Max16(r, r, reachBelow);
+            I::MulLo16(r, r, scale);
+        };
+        size_t j = 0;
+        for (; j + I::kBytes <= bytes; j += I::kBytes) {
+            V c, a, lo, hi, wideC, wideA, out;
+            I::Load(c, row + j);
+            I::Load(a, above + j);
+            I::UnpackLo8(wideC, c, zero);
+            I::UnpackLo8(wideA, a, zero);
+            product(lo, wideC, wideA);
+            I::UnpackHi8(wideC, c, zero);
+            I::UnpackHi8(wideA, a, zero);
+            product(hi, wideC, wideA);
+            if constexpr (kPacked) {
+                V flip, colour, alpha;
+                I::Splat16(flip, 0x8080);
+                I::Splat32(colour, 0x00FFFFFFu);
+                I::Splat32(alpha, 0xFF000000u);
+                I::PackS8(out, lo, hi);
+                I::Xor(out, out, flip);
+                I::And(out, out, colour);
+                I::And(c, c, alpha);
+                I::Or(out, out, c);
+            } else {
+                V centre, negative;
+                I::Splat16(centre, 128);
+                I::Add16(lo, lo, centre);
+                I::Add16(hi, hi, centre);
+                I::PackU8(out, lo, hi);
+                I::template ShiftRightSigned16<15>(lo, lo);
+                I::template ShiftRightSigned16<15>(hi, hi);
+                I::PackS8(negative, lo, hi);
+                I::Or(out, out, negative);
+            }
+            I::Store(row + j, out);
         }
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(row + j), out);
+        EmbossReducedTail<kPacked>(row + j, above + j, bytes - j, level);
     }
-    return j;
-}
-
-LF_TARGET_AVX2 inline __m256i ClampedProduct(__m256i c, __m256i a, __m256i level) {
-    const __m256i d = _mm256_sub_epi16(c, a);
-    const __m256i clamped = _mm256_max_epi16(_mm256_min_epi16(d, _mm256_set1_epi16(kReach)),
-                                             _mm256_set1_epi16(-kReach));
-    return _mm256_mullo_epi16(clamped, level);
-}
-
-// Unpacking and packing both work within 128-bit lanes, so bytes come back in order.
-template <bool kPacked>
-LF_TARGET_AVX2 size_t EmbossBlocksAvx2(uint8_t* row, const uint8_t* above, size_t bytes,
-                                       int16_t level) {
-    const __m256i zero = _mm256_setzero_si256(), l = _mm256_set1_epi16(level);
-    size_t j = 0;
-    for (; j + 32 <= bytes; j += 32) {
-        const __m256i c = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(row + j));
-        const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(above + j));
-        const __m256i lo =
-            ClampedProduct(_mm256_unpacklo_epi8(c, zero), _mm256_unpacklo_epi8(a, zero), l);
-        const __m256i hi =
-            ClampedProduct(_mm256_unpackhi_epi8(c, zero), _mm256_unpackhi_epi8(a, zero), l);
-        __m256i out;
-        if constexpr (kPacked) {
-            const __m256i alpha = _mm256_set1_epi32(static_cast<int>(0xFF000000u));
-            out = _mm256_xor_si256(_mm256_packs_epi16(lo, hi), _mm256_set1_epi8(-128));
-            out = _mm256_blendv_epi8(out, c, alpha);
-        } else {
-            const __m256i centre = _mm256_set1_epi16(128);
-            const __m256i tl = _mm256_add_epi16(lo, centre), th = _mm256_add_epi16(hi, centre);
-            out = _mm256_or_si256(
-                _mm256_packus_epi16(tl, th),
-                _mm256_packs_epi16(_mm256_cmpgt_epi16(zero, tl), _mm256_cmpgt_epi16(zero, th)));
-        }
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(row + j), out);
-    }
-    return j;
-}
+};
 #endif
 
-using BlocksFn = size_t (*)(uint8_t* row, const uint8_t* above, size_t bytes, int16_t level);
+using ReducedFn = void (*)(uint8_t* row, const uint8_t* above, size_t bytes, int16_t level);
 
-// A vector form: whole blocks, then the clamped rule for the tail. Blocks are a multiple of 4
-// bytes, so the tail starts on a pixel and alpha stays in phase.
-template <BlocksFn kBlocks>
+// A vector form over the level clamped as above.
+template <ReducedFn kForm>
 void EmbossPixelsVector(uint8_t* row, const uint8_t* above, size_t bytes, int level) {
-    const int16_t reduced = ReducedLevel(level);
-    const size_t done = kBlocks(row, above, bytes, reduced);
-    EmbossReducedTail<true>(row + done, above + done, bytes - done, reduced);
+    kForm(row, above, bytes, ReducedLevel(level));
 }
 
-template <BlocksFn kBlocks>
+template <ReducedFn kForm>
 void EmbossBytesVector(uint8_t* row, const uint8_t* above, size_t bytes, uint32_t level) {
     if (!PlaneLevelReduces(level)) return EmbossBytesRule(row, above, bytes, level);
-    const int16_t reduced = ReducedLevel(static_cast<int32_t>(level));
-    const size_t done = kBlocks(row, above, bytes, reduced);
-    EmbossReducedTail<false>(row + done, above + done, bytes - done, reduced);
+    kForm(row, above, bytes, ReducedLevel(static_cast<int32_t>(level)));
 }
 
 constexpr Simd::Variant<PixelRowFn> kPixelRow[] = {
     {Simd::kScalar, EmbossPixelsRule},
 #if LF_X86_64
-    {Simd::kSse2, EmbossPixelsVector<EmbossBlocksSse2<true>>},
-    {Simd::kAvx2, EmbossPixelsVector<EmbossBlocksAvx2<true>>},
+    {Simd::kSse2, EmbossPixelsVector<Simd::RunSse2<EmbossVectors<true>>>},
+    {Simd::kAvx2, EmbossPixelsVector<Simd::RunAvx2<EmbossVectors<true>>>},
+    {Simd::kAvx512, EmbossPixelsVector<Simd::RunAvx512<EmbossVectors<true>>>},
 #endif
 };
 
 constexpr Simd::Variant<ByteRowFn> kByteRow[] = {
     {Simd::kScalar, EmbossBytesRule},
 #if LF_X86_64
-    {Simd::kSse2, EmbossBytesVector<EmbossBlocksSse2<false>>},
-    {Simd::kAvx2, EmbossBytesVector<EmbossBlocksAvx2<false>>},
+    {Simd::kSse2, EmbossBytesVector<Simd::RunSse2<EmbossVectors<false>>>},
+    {Simd::kAvx2, EmbossBytesVector<Simd::RunAvx2<EmbossVectors<false>>>},
+    {Simd::kAvx512, EmbossBytesVector<Simd::RunAvx512<EmbossVectors<false>>>},
 #endif
 };
 
