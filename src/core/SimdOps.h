@@ -35,6 +35,8 @@ namespace MediaCore::Simd {
     ATTR static void And(V& r, const V& a, const V& b) { r = P##and_##SI(a, b); }               \
     ATTR static void Or(V& r, const V& a, const V& b) { r = P##or_##SI(a, b); }                 \
     ATTR static void Xor(V& r, const V& a, const V& b) { r = P##xor_##SI(a, b); }               \
+    /* ~a & b */                                                                                 \
+    ATTR static void AndNot(V& r, const V& a, const V& b) { r = P##andnot_##SI(a, b); }         \
     ATTR static void Add16(V& r, const V& a, const V& b) { r = P##add_epi16(a, b); }            \
     ATTR static void Sub16(V& r, const V& a, const V& b) { r = P##sub_epi16(a, b); }            \
     ATTR static void Add32(V& r, const V& a, const V& b) { r = P##add_epi32(a, b); }            \
@@ -61,6 +63,7 @@ namespace MediaCore::Simd {
     ATTR static void PackS8(V& r, const V& a, const V& b) { r = P##packs_epi16(a, b); }         \
     template <int n> ATTR static void ShiftLeft16(V& r, const V& a) { r = P##slli_epi16(a, n); } \
     template <int n> ATTR static void ShiftLeft32(V& r, const V& a) { r = P##slli_epi32(a, n); } \
+    template <int n> ATTR static void ShiftRight16(V& r, const V& a) { r = P##srli_epi16(a, n); } \
     template <int n> ATTR static void ShiftRight32(V& r, const V& a) { r = P##srli_epi32(a, n); } \
     /* Signed 16-bit lanes shifted right, copying the sign bit in. */                            \
     template <int n> ATTR static void ShiftRightSigned16(V& r, const V& a) { r = P##srai_epi16(a, n); } \

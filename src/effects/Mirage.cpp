@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "core/Planes.h"
-#include "core/Simd.h"
+#include "core/SimdOps.h"
 #include "libfilter/DirectEffects.h"
 #include "libfilter/Siblings.h"
 
@@ -105,28 +105,39 @@ inline __m128i GatherElements(const uint8_t* magnified, const uint32_t* source,
     return _mm_set_epi64x(static_cast<long long>(half[1]), static_cast<long long>(half[0]));
 }
 
-// Blend steps in 16-bit lanes: both products and their sum stay below 65536.
-inline __m128i BlendVector(__m128i original, __m128i magnified, const Blend& b,
-                           __m128i keepMagnified) {
-    const __m128i zero = _mm_setzero_si128();
-    const __m128i keep = _mm_set1_epi16(static_cast<short>(b.keep));
-    const __m128i take = _mm_set1_epi16(static_cast<short>(b.take));
-    const __m128i oLo = _mm_mullo_epi16(_mm_unpacklo_epi8(original, zero), keep);
-    const __m128i oHi = _mm_mullo_epi16(_mm_unpackhi_epi8(original, zero), keep);
-    __m128i lo = _mm_unpacklo_epi8(magnified, zero);
-    __m128i hi = _mm_unpackhi_epi8(magnified, zero);
-    for (unsigned r = 0; r < b.repeat; ++r) {
-        lo = _mm_srli_epi16(_mm_add_epi16(oLo, _mm_mullo_epi16(lo, take)), 8);
-        hi = _mm_srli_epi16(_mm_add_epi16(oHi, _mm_mullo_epi16(hi, take)), 8);
+// Blend steps in 16-bit lanes: both products and their sum stay below 65536. Lanes set in
+// `keepMagnified` keep the magnified byte.
+template <class I>
+inline void BlendVector(typename I::V& r, const typename I::V& original,
+                        const typename I::V& magnified, const Blend& b,
+                        const typename I::V& keepMagnified) {
+    typename I::V zero, keep, take, oLo, oHi, lo, hi;
+    I::Zero(zero);
+    I::Splat16(keep, b.keep);
+    I::Splat16(take, b.take);
+    I::UnpackLo8(oLo, original, zero);
+    I::UnpackHi8(oHi, original, zero);
+    I::MulLo16(oLo, oLo, keep);
+    I::MulLo16(oHi, oHi, keep);
+    I::UnpackLo8(lo, magnified, zero);
+    I::UnpackHi8(hi, magnified, zero);
+    for (unsigned step = 0; step < b.repeat; ++step) {
+        I::MulLo16(lo, lo, take);
+        I::MulLo16(hi, hi, take);
+        I::Add16(lo, lo, oLo);
+        I::Add16(hi, hi, oHi);
+        I::template ShiftRight16<8>(lo, lo);
+        I::template ShiftRight16<8>(hi, hi);
     }
-    const __m128i blended = _mm_packus_epi16(lo, hi);
-    return _mm_or_si128(_mm_and_si128(keepMagnified, magnified),
-                        _mm_andnot_si128(keepMagnified, blended));
+    I::PackU8(r, lo, hi);
+    I::AndNot(r, keepMagnified, r);
+    I::And(zero, keepMagnified, magnified);
+    I::Or(r, r, zero);
 }
 
 // Without a byte shuffle the magnified values are gathered element by element.
-void MirageRowSse2(uint8_t* dst, const uint8_t* original, const uint8_t* magnified,
-                   const GatherMap& map, unsigned count, const Blend& blend) {
+LF_KERNEL_SSE2 void MirageRowSse2(uint8_t* dst, const uint8_t* original, const uint8_t* magnified,
+                                  const GatherMap& map, unsigned count, const Blend& blend) {
     const unsigned e = map.elementSize;
     const size_t bytes = size_t{count} * e;
     const __m128i keepMagnified =
@@ -135,30 +146,15 @@ void MirageRowSse2(uint8_t* dst, const uint8_t* original, const uint8_t* magnifi
     for (; i + 16 <= bytes; i += 16) {
         const __m128i o = _mm_loadu_si128(reinterpret_cast<const __m128i*>(original + i));
         const __m128i z = GatherElements(magnified, &map.source[i / e], e);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i),
-                         BlendVector(o, z, blend, keepMagnified));
+        __m128i out;
+        BlendVector<Simd::Sse2>(out, o, z, blend, keepMagnified);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i), out);
     }
     BlendSamples(dst + i, original + i, magnified, &map.source[i / e], count - i / e, e, blend);
 }
 
-LF_TARGET_AVX2 inline __m256i BlendVector(__m256i original, __m256i magnified, const Blend& b,
-                                          __m256i keepMagnified) {
-    const __m256i zero = _mm256_setzero_si256();
-    const __m256i keep = _mm256_set1_epi16(static_cast<short>(b.keep));
-    const __m256i take = _mm256_set1_epi16(static_cast<short>(b.take));
-    const __m256i oLo = _mm256_mullo_epi16(_mm256_unpacklo_epi8(original, zero), keep);
-    const __m256i oHi = _mm256_mullo_epi16(_mm256_unpackhi_epi8(original, zero), keep);
-    __m256i lo = _mm256_unpacklo_epi8(magnified, zero);
-    __m256i hi = _mm256_unpackhi_epi8(magnified, zero);
-    for (unsigned r = 0; r < b.repeat; ++r) {
-        lo = _mm256_srli_epi16(_mm256_add_epi16(oLo, _mm256_mullo_epi16(lo, take)), 8);
-        hi = _mm256_srli_epi16(_mm256_add_epi16(oHi, _mm256_mullo_epi16(hi, take)), 8);
-    }
-    return _mm256_blendv_epi8(_mm256_packus_epi16(lo, hi), magnified, keepMagnified);
-}
-
 // Two 16-byte blocks at a time, each gathered by one load and a byte shuffle.
-LF_TARGET_AVX2 void MirageRowAvx2(uint8_t* dst, const uint8_t* original, const uint8_t* magnified,
+LF_KERNEL_AVX2 void MirageRowAvx2(uint8_t* dst, const uint8_t* original, const uint8_t* magnified,
                                   const GatherMap& map, unsigned count, const Blend& blend) {
     const unsigned e = map.elementSize;
     const size_t bytes = size_t{count} * e;
@@ -181,8 +177,9 @@ LF_TARGET_AVX2 void MirageRowAvx2(uint8_t* dst, const uint8_t* original, const u
                                  GatherElements(magnified, &map.source[i / e], e));
         }
         const __m256i o = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(original + i));
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + i),
-                            BlendVector(o, z, blend, keepMagnified));
+        __m256i out;
+        BlendVector<Simd::Avx2>(out, o, z, blend, keepMagnified);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + i), out);
     }
     BlendSamples(dst + i, original + i, magnified, &map.source[i / e], count - i / e, e, blend);
 }
