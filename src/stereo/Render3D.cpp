@@ -330,13 +330,20 @@ struct RedBlueLanes {
 };
 
 // Every lane 1, hidden from the compiler: weights made from it stay multiplies, where the
-// compiler would trade a multiply by a known constant for a chain of shifts and adds. A volatile
-// read (once per row) hides it from every compiler at any vector width.
-const volatile uint16_t kHiddenOne = 1;
-
+// compiler would trade a multiply by a known constant for a chain of shifts and adds. GCC takes
+// the whole vector through an empty asm, which measured fastest; clang checks a vector operand
+// against the caller's instruction set before inlining, so there the lane goes through a
+// general register instead.
 template <class U>
 LF_LOOP_BODY void SetHiddenOne(U& one) {
-    one = U{} + static_cast<uint16_t>(kHiddenOne);
+#if defined(__clang__)
+    uint16_t lane = 1;
+    __asm__("" : "+r"(lane));
+    one = U{} + lane;
+#else
+    one = U{} + 1;
+    __asm__("" : "+x"(one));
+#endif
 }
 
 // A vector's worth of chroma bytes, zero-extended to 16-bit lanes: one instruction in each form,
