@@ -28,6 +28,28 @@ constexpr FormatFamily FamilyOf(int format) {
     return IsPlanarYuv(format) ? FormatFamily::PlanarYuv : FormatFamily::Other;
 }
 
+// How a planar format's chroma is thinned, as the planar workers take it: 10 x horizontal shift
+// + vertical shift (11 for 4:2:0, 0 for full-size chroma); -1 for formats that are not planar.
+constexpr int SubsamplingCode(int format) {
+    switch (format) {
+        case PIXFMT_YUV420P:
+        case PIXFMT_YUV420P_12:
+        case PIXFMT_YUVA420P:
+            return 11;
+        case PIXFMT_YUV422P:
+        case PIXFMT_YUV422P_13:
+            return 10;
+        case PIXFMT_YUV410P:
+            return 22;
+        case PIXFMT_YUV411P:
+            return 20;
+        case PIXFMT_PLANAR4_FULL:
+            return 0;
+        default:
+            return -1;
+    }
+}
+
 // Formats 35 and 90 carry a fourth (alpha or full-size) plane.
 constexpr unsigned PlanarPlaneCount(int format) {
     return format == PIXFMT_YUVA420P || format == PIXFMT_PLANAR4_FULL ? 4 : 3;

@@ -318,27 +318,6 @@ void BlendChroma(const Plane& dst, const uint8_t* src, const std::vector<uint32_
     }
 }
 
-// Horizontal and vertical chroma shifts as 10 * h + v; -1 for formats left as they are.
-int SubsamplingCode(int format) {
-    switch (format) {
-        case PIXFMT_YUV420P:
-        case PIXFMT_YUV420P_12:
-        case PIXFMT_YUVA420P:
-            return 11;
-        case PIXFMT_YUV422P:
-        case PIXFMT_YUV422P_13:
-            return 10;
-        case PIXFMT_YUV410P:
-            return 22;
-        case PIXFMT_YUV411P:
-            return 20;
-        case PIXFMT_PLANAR4_FULL:
-            return 0;
-        default:
-            return -1;
-    }
-}
-
 // The copy the workers read is assumed laid out as the frame: one stride serves both.
 bool SameLayout(const Plane& a, const Plane& b) {
     return a.rowBytes == b.rowBytes && a.pitch == b.pitch && a.rows == b.rows;

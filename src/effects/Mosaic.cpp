@@ -314,23 +314,6 @@ void MosaicBlockByBlock(const Memory& luma, size_t lumaPitch, const Memory (&chr
     }
 }
 
-// 10 x horizontal chroma shift + vertical chroma shift.
-unsigned SubsamplingCode(int format) {
-    switch (format) {
-        case PIXFMT_YUV422P:
-        case PIXFMT_YUV422P_13:
-            return 10;
-        case PIXFMT_YUV410P:
-            return 22;
-        case PIXFMT_YUV411P:
-            return 20;
-        case PIXFMT_PLANAR4_FULL:
-            return 0;
-        default:  // 4:2:0: formats 0, 12 and 35
-            return 11;
-    }
-}
-
 Memory PlaneMemory(unsigned char* data, unsigned pitch, unsigned rows) {
     return {data, data == nullptr ? 0 : size_t{rows} * pitch};
 }
@@ -383,7 +366,8 @@ bool CMosaicVideoImageEffect::ProcFrameInner(ImagePostion*, int, GVideoFrame* fr
                 pitches[i] = p.pitch;
                 heights[i] = p.rows;
             }
-            MosaicComponentEffect(planes, widths, pitches, heights, SubsamplingCode(format));
+            MosaicComponentEffect(planes, widths, pitches, heights,
+                                  static_cast<unsigned>(SubsamplingCode(format)));
             break;
         }
         case FormatFamily::Other:
