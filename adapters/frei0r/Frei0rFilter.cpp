@@ -13,8 +13,8 @@ namespace frei0r_adapter {
 
 namespace {
 
+using catalogue::PropertyDescription;
 using catalogue::PropertyKind;
-using catalogue::PropertySpec;
 
 int ParamType(PropertyKind kind) {
     switch (kind) {
@@ -22,8 +22,6 @@ int ParamType(PropertyKind kind) {
             return F0R_PARAM_BOOL;
         case PropertyKind::Color:
             return F0R_PARAM_COLOR;
-        case PropertyKind::Text:
-            return F0R_PARAM_STRING;
         default:
             return F0R_PARAM_DOUBLE;
     }
@@ -32,10 +30,6 @@ int ParamType(PropertyKind kind) {
 // frei0r values live in 0..1; anything else (NaN included) is held to that.
 double Unit(double value) {
     return value >= 0.0 ? std::min(value, 1.0) : 0.0;
-}
-
-bool IsInteger(int tag) {
-    return tag >= 2 && tag <= 4;
 }
 
 std::string NumberText(double value, bool integer) {
@@ -51,7 +45,7 @@ unsigned ColorByte(float channel) {
 
 }  // namespace
 
-void GetPluginInfo(const catalogue::CatalogueEntry& entry, const char* pluginName,
+void GetPluginInfo(const catalogue::EffectDescription& entry, const char* pluginName,
                    f0r_plugin_info_t* info) {
     if (info == nullptr) return;
     info->name = pluginName;
@@ -61,21 +55,19 @@ void GetPluginInfo(const catalogue::CatalogueEntry& entry, const char* pluginNam
     info->frei0r_version = FREI0R_MAJOR_VERSION;
     info->major_version = LF_VERSION_MAJOR;
     info->minor_version = LF_VERSION_MINOR;
-    info->num_params = static_cast<int>(entry.properties.size());
-    info->explanation = entry.description;
+    info->num_params = static_cast<int>(entry.propertyCount);
+    info->explanation = entry.summary;
 }
 
-void GetParamInfo(const catalogue::CatalogueEntry& entry, f0r_param_info_t* info, int index) {
-    if (info == nullptr || index < 0 || static_cast<size_t>(index) >= entry.properties.size()) {
-        return;
-    }
-    const PropertySpec& property = entry.properties[static_cast<size_t>(index)];
+void GetParamInfo(const catalogue::EffectDescription& entry, f0r_param_info_t* info, int index) {
+    if (info == nullptr || index < 0 || static_cast<unsigned>(index) >= entry.propertyCount) return;
+    const PropertyDescription& property = entry.properties[index];
     info->name = property.name;
     info->type = ParamType(property.kind);
     info->explanation = property.explanation;
 }
 
-std::unique_ptr<Filter> Filter::Create(const catalogue::CatalogueEntry& entry, unsigned width,
+std::unique_ptr<Filter> Filter::Create(const catalogue::EffectDescription& entry, unsigned width,
                                        unsigned height) {
     if (width == 0 || height == 0 || width > INT_MAX / 4) return nullptr;
     catalogue::EffectPtr effect = catalogue::Create(entry);
@@ -83,35 +75,30 @@ std::unique_ptr<Filter> Filter::Create(const catalogue::CatalogueEntry& entry, u
     return std::unique_ptr<Filter>(new Filter(entry, std::move(effect), width, height));
 }
 
-Filter::Filter(const catalogue::CatalogueEntry& entry, catalogue::EffectPtr effect, unsigned width,
-               unsigned height)
+Filter::Filter(const catalogue::EffectDescription& entry, catalogue::EffectPtr effect,
+               unsigned width, unsigned height)
     : entry_(entry),
       effect_(std::move(effect)),
       frame_(false, MediaCore::PIXFMT_BGRA32, width, height, true),
       width_(width),
-      height_(height) {
-    for (const PropertySpec& property : entry_.properties) {
-        int tag = -1;
-        effect_->GetProperty(property.name, &tag);
-        tags_.push_back(tag);
-    }
-}
+      height_(height) {}
 
-const PropertySpec* Filter::Spec(int index) const {
-    if (index < 0 || static_cast<size_t>(index) >= entry_.properties.size()) return nullptr;
-    return &entry_.properties[static_cast<size_t>(index)];
+const PropertyDescription* Filter::Spec(int index) const {
+    if (index < 0 || static_cast<unsigned>(index) >= entry_.propertyCount) return nullptr;
+    return &entry_.properties[index];
 }
 
 void Filter::SetParam(f0r_param_t value, int index) {
-    const PropertySpec* property = Spec(index);
+    const PropertyDescription* property = Spec(index);
     if (property == nullptr || value == nullptr) return;
     std::string text;
     switch (property->kind) {
-        case PropertyKind::Number: {
-            const double max = property->Max(width_, height_);
+        case PropertyKind::Integer:
+        case PropertyKind::Real: {
+            const double max = catalogue::UpperBound(*property, width_, height_);
             const double number = property->min + Unit(*static_cast<f0r_param_double*>(value)) *
                                                       (max - property->min);
-            text = NumberText(number, IsInteger(tags_[static_cast<size_t>(index)]));
+            text = NumberText(number, property->kind == PropertyKind::Integer);
             break;
         }
         case PropertyKind::Flag:
@@ -123,24 +110,19 @@ void Filter::SetParam(f0r_param_t value, int index) {
                                   ColorByte(color->b));
             break;
         }
-        case PropertyKind::Text: {
-            const char* chars = *static_cast<f0r_param_string*>(value);
-            if (chars == nullptr) return;
-            text = chars;
-            break;
-        }
     }
     effect_->SetProperty(property->name, text.c_str());
 }
 
 void Filter::GetParam(f0r_param_t value, int index) {
-    const PropertySpec* property = Spec(index);
+    const PropertyDescription* property = Spec(index);
     if (property == nullptr || value == nullptr) return;
     const char* found = effect_->GetProperty(property->name, nullptr);
     const char* text = found != nullptr ? found : "";
     switch (property->kind) {
-        case PropertyKind::Number: {
-            const double span = property->Max(width_, height_) - property->min;
+        case PropertyKind::Integer:
+        case PropertyKind::Real: {
+            const double span = catalogue::UpperBound(*property, width_, height_) - property->min;
             const double number = std::strtod(text, nullptr);
             *static_cast<f0r_param_double*>(value) =
                 span > 0.0 ? Unit((number - property->min) / span) : 0.0;
@@ -157,10 +139,6 @@ void Filter::GetParam(f0r_param_t value, int index) {
             color->b = static_cast<float>(rgb & 0xFF) / 255.0f;
             break;
         }
-        case PropertyKind::Text:
-            // The text stays the effect's until the property is next set.
-            *static_cast<f0r_param_string*>(value) = const_cast<char*>(text);
-            break;
     }
 }
 

@@ -1,4 +1,4 @@
-// One catalogue effect as a frei0r filter: the plug-in and parameter descriptions, and instances
+// One effect as a frei0r filter: the plug-in and parameter descriptions, and instances
 // that run the effect on the host's BGRA frames. Plugin.cpp binds it to one effect.
 #pragma once
 
@@ -6,7 +6,6 @@
 #include <exception>
 #include <memory>
 #include <string>
-#include <vector>
 
 extern "C" {
 #include <frei0r.h>
@@ -17,17 +16,17 @@ extern "C" {
 
 namespace frei0r_adapter {
 
-void GetPluginInfo(const catalogue::CatalogueEntry& entry, const char* pluginName,
+void GetPluginInfo(const catalogue::EffectDescription& entry, const char* pluginName,
                    f0r_plugin_info_t* info);
-void GetParamInfo(const catalogue::CatalogueEntry& entry, f0r_param_info_t* info, int index);
+void GetParamInfo(const catalogue::EffectDescription& entry, f0r_param_info_t* info, int index);
 
-// One effect instance for frames of a fixed size. Parameters are the catalogue's properties in
-// its order: numbers as doubles with 0..1 spanning the property's range, flags as bools,
-// colours as colours, texts as strings.
+// One effect instance for frames of a fixed size. Parameters are the effect's described
+// properties in their order: numbers as doubles with 0..1 spanning the property's range, flags as
+// bools, colours as colours.
 class Filter {
 public:
     // Null when the size cannot make a frame or the library refuses the effect.
-    static std::unique_ptr<Filter> Create(const catalogue::CatalogueEntry& entry, unsigned width,
+    static std::unique_ptr<Filter> Create(const catalogue::EffectDescription& entry, unsigned width,
                                           unsigned height);
 
     void SetParam(f0r_param_t value, int index);
@@ -36,13 +35,12 @@ public:
     void Update(const uint32_t* in, uint32_t* out);
 
 private:
-    Filter(const catalogue::CatalogueEntry& entry, catalogue::EffectPtr effect, unsigned width,
+    Filter(const catalogue::EffectDescription& entry, catalogue::EffectPtr effect, unsigned width,
            unsigned height);
-    const catalogue::PropertySpec* Spec(int index) const;
+    const catalogue::PropertyDescription* Spec(int index) const;
 
-    const catalogue::CatalogueEntry& entry_;
+    const catalogue::EffectDescription& entry_;
     catalogue::EffectPtr effect_;
-    std::vector<int> tags_;  // each parameter's type tag, as the effect reports it
     MediaCore::CVideoFrame frame_;
     unsigned width_;
     unsigned height_;

@@ -7,6 +7,7 @@
 #include "core/NoiseRandom.h"
 #include "core/Planes.h"
 #include "core/Simd.h"
+#include "effects/Described.h"
 #include "libfilter/DirectEffects.h"
 
 #if LF_X86_64
@@ -163,9 +164,26 @@ void AddPattern(const Plane& plane, const uint8_t* noise, uint32_t gain, GrainSp
 
 }  // namespace
 
-CAddNoiseVideoImageEffect::CAddNoiseVideoImageEffect() : CImageEffectBase(AVPROCESSOR_ADD_NOISE) {
-    AddProperty("addnoise_level", PropertyNode::Int32(2));
-}
+// ---- What hosts are told of it ----
+
+constexpr PropertyDescription kAddNoiseProperties[] = {
+    {"addnoise_level", PROPERTY_INT32, "2", PropertyKind::Integer, 0, 8, RangeBound::Fixed,
+     "grain strength"},
+};
+constexpr EffectDescription kAddNoise = {AVPROCESSOR_ADD_NOISE,
+                                         "add-noise",
+                                         "static grain, stronger with a higher addnoise_level",
+                                         EffectMaking::ExportedClass,
+                                         "MediaCore::CAddNoiseVideoImageEffect",
+                                         false,
+                                         MakeEffect<CAddNoiseVideoImageEffect>,
+                                         kAddNoiseProperties,
+                                         CountOf(kAddNoiseProperties),
+                                         nullptr,
+                                         0};
+LF_DESCRIBE_EFFECT(kAddNoise);
+
+CAddNoiseVideoImageEffect::CAddNoiseVideoImageEffect() : CImageEffectBase(AVPROCESSOR_ADD_NOISE) {}
 
 CAddNoiseVideoImageEffect::~CAddNoiseVideoImageEffect() = default;
 

@@ -1,4 +1,5 @@
 // 3x3 blur and Laplacian sharpen: repeated passes, each filtering every plane in place.
+#include "effects/Described.h"
 #include "libfilter/BlurSharpenEffects.h"
 
 #include <algorithm>
@@ -150,9 +151,44 @@ void FilterFrame(GVideoFrame* frame, uint32_t passes, Filter3x3RowFn filterRow) 
 
 }  // namespace
 
-CSimpleGaussBlurEffect::CSimpleGaussBlurEffect() : CImageEffectBase(AVPROCESSOR_GAUSS_BLUR) {
-    AddProperty("blur_count", PropertyNode::Int32(1));
-}
+// ---- What hosts are told of it ----
+
+constexpr PropertyDescription kBlurProperties[] = {
+    {"blur_count", PROPERTY_INT32, "1", PropertyKind::Integer, 0, 10, RangeBound::Fixed,
+     "how many times the 3x3 blur runs"},
+};
+constexpr ShowcaseSetting kBlurShowcase[] = {{"blur_count", 4, RangeBound::Fixed}};
+constexpr EffectDescription kBlur = {AVPROCESSOR_GAUSS_BLUR,
+                                     "blur",
+                                     "3x3 Gaussian blur, blur_count passes",
+                                     EffectMaking::Factory,
+                                     "MediaCore::CSimpleGaussBlurEffect",
+                                     false,
+                                     MakeEffect<CSimpleGaussBlurEffect>,
+                                     kBlurProperties,
+                                     CountOf(kBlurProperties),
+                                     kBlurShowcase,
+                                     CountOf(kBlurShowcase)};
+LF_DESCRIBE_EFFECT(kBlur);
+
+constexpr PropertyDescription kSharpenProperties[] = {
+    {"sharpen_count", PROPERTY_INT32, "1", PropertyKind::Integer, 0, 10, RangeBound::Fixed,
+     "how many times the 3x3 sharpen runs"},
+};
+constexpr EffectDescription kSharpen = {AVPROCESSOR_LAPLACIAN_SHARPEN,
+                                        "sharpen",
+                                        "3x3 Laplacian sharpen, sharpen_count passes",
+                                        EffectMaking::Factory,
+                                        "MediaCore::CSimpleLaplacianSharpenEffect",
+                                        false,
+                                        MakeEffect<CSimpleLaplacianSharpenEffect>,
+                                        kSharpenProperties,
+                                        CountOf(kSharpenProperties),
+                                        nullptr,
+                                        0};
+LF_DESCRIBE_EFFECT(kSharpen);
+
+CSimpleGaussBlurEffect::CSimpleGaussBlurEffect() : CImageEffectBase(AVPROCESSOR_GAUSS_BLUR) {}
 
 int CSimpleGaussBlurEffect::OnSetProperty(const std::string& name, PropertyNode& node) {
     const int result = CVideoEffectBase::OnSetProperty(name, node);
@@ -166,9 +202,7 @@ bool CSimpleGaussBlurEffect::ProcFrameInner(ImagePostion*, int, GVideoFrame* fra
 }
 
 CSimpleLaplacianSharpenEffect::CSimpleLaplacianSharpenEffect()
-    : CImageEffectBase(AVPROCESSOR_LAPLACIAN_SHARPEN) {
-    AddProperty("sharpen_count", PropertyNode::Int32(1));
-}
+    : CImageEffectBase(AVPROCESSOR_LAPLACIAN_SHARPEN) {}
 
 int CSimpleLaplacianSharpenEffect::OnSetProperty(const std::string& name, PropertyNode& node) {
     const int result = CVideoEffectBase::OnSetProperty(name, node);

@@ -9,6 +9,7 @@
 #include "core/Planes.h"
 #include "core/Simd.h"
 #include "core/SimdOps.h"
+#include "effects/Described.h"
 #include "libfilter/BrightnessContrastEffect.h"
 
 namespace MediaCore {
@@ -270,11 +271,37 @@ void ScalePlane(const Plane& plane, const ByteScale& rule) {
 
 }  // namespace
 
+// ---- What hosts are told of it ----
+
+constexpr PropertyDescription kBrightnessContrastProperties[] = {
+    {"brightness", PROPERTY_DOUBLE, "0", PropertyKind::Real, -100, 100, RangeBound::Fixed,
+     "lightens (up) or darkens (down) every colour"},
+    {"contrast", PROPERTY_DOUBLE, "0", PropertyKind::Real, -100, 100, RangeBound::Fixed,
+     "-100 flattens to gray, 100 doubles the contrast"},
+    {"saturation", PROPERTY_DOUBLE, "0", PropertyKind::Real, -100, 100, RangeBound::Fixed,
+     "colour strength: -100 gray, -50 and 0 unchanged, 100 four times as strong"},
+};
+constexpr ShowcaseSetting kBrightnessContrastShowcase[] = {
+    {"brightness", 20, RangeBound::Fixed},
+    {"contrast", 40, RangeBound::Fixed},
+    {"saturation", 60, RangeBound::Fixed},
+};
+constexpr EffectDescription kBrightnessContrast = {
+    AVPROCESSOR_BRIGHTNESS_CONTRAST,
+    "brightness-contrast",
+    "brightness, contrast and saturation, each -100 to 100",
+    EffectMaking::Factory,
+    "MediaCore::CBrightnessContrastEffect",
+    false,
+    MakeEffect<CBrightnessContrastEffect>,
+    kBrightnessContrastProperties,
+    CountOf(kBrightnessContrastProperties),
+    kBrightnessContrastShowcase,
+    CountOf(kBrightnessContrastShowcase)};
+LF_DESCRIBE_EFFECT(kBrightnessContrast);
+
 CBrightnessContrastEffect::CBrightnessContrastEffect()
     : CImageEffectBase(AVPROCESSOR_BRIGHTNESS_CONTRAST) {
-    AddProperty(kBrightness, PropertyNode::Double(0.0, "0"));
-    AddProperty(kContrast, PropertyNode::Double(0.0, "0"));
-    AddProperty(kSaturation, PropertyNode::Double(0.0, "0"));
     table_.Resize(kTableEntries * sizeof(int32_t), ErrorFile::kCommonEffects, kTableAllocationLine);
     Rebuild();
 }

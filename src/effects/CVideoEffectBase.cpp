@@ -1,4 +1,5 @@
 #include "core/ErrorReport.h"
+#include "effects/Described.h"
 #include "libfilter/EffectBase.h"
 #include "libfilter/Siblings.h"
 
@@ -30,7 +31,15 @@ GVideoFrame* CVideoEffectBase::ProcFrame(ImagePostion*, int, GVideoFrame*) {
 void CVideoEffectBase::ProcFrameInPlace(ImagePostion*, int, GVideoFrame*) {}
 void CVideoEffectBase::BlendFrame(const ImagePostion*, int, GVideoFrame*, GVideoFrame*) {}
 
-CImageEffectBase::CImageEffectBase(AVProcessorID id) : CVideoEffectBase(id, 2) {}
+// Every image effect has the properties its description lists, with their default texts.
+CImageEffectBase::CImageEffectBase(AVProcessorID id) : CVideoEffectBase(id, 2) {
+    if (const EffectDescription* description = FindDescription(id)) {
+        for (unsigned i = 0; i < description->propertyCount; ++i) {
+            const PropertyDescription& property = description->properties[i];
+            AddProperty(property.name, DefaultNode(property));
+        }
+    }
+}
 
 CImageEffectBase::~CImageEffectBase() = default;
 

@@ -1,5 +1,6 @@
 // Parameterless recolouring effects: gray, flip colour, invert and aged film.
 #include "libfilter/ColorEffects.h"
+#include "effects/Described.h"
 
 #include <algorithm>
 #include <utility>
@@ -281,6 +282,57 @@ constexpr Simd::Variant<XorSpanFn> kXorSpan[] = {
 };
 
 }  // namespace
+
+// ---- What hosts are told of it ----
+
+constexpr EffectDescription kGray = {AVPROCESSOR_GRAY,
+                                     "gray",
+                                     "removes the colour",
+                                     EffectMaking::Factory,
+                                     "MediaCore::CGrayEffect",
+                                     false,
+                                     MakeEffect<CGrayEffect>,
+                                     nullptr,
+                                     0,
+                                     nullptr,
+                                     0};
+LF_DESCRIBE_EFFECT(kGray);
+constexpr EffectDescription kFlipColor = {AVPROCESSOR_FLIP_COLOR,
+                                          "flip-color",
+                                          "swaps red and blue (the two chroma planes in YUV)",
+                                          EffectMaking::Factory,
+                                          "MediaCore::CFlipColorEffect",
+                                          false,
+                                          MakeEffect<CFlipColorEffect>,
+                                          nullptr,
+                                          0,
+                                          nullptr,
+                                          0};
+LF_DESCRIBE_EFFECT(kFlipColor);
+constexpr EffectDescription kInvert = {AVPROCESSOR_INVERT,
+                                       "invert",
+                                       "negative: every colour sample becomes 255 minus itself",
+                                       EffectMaking::Factory,
+                                       "MediaCore::CInvertEffect",
+                                       false,
+                                       MakeEffect<CInvertEffect>,
+                                       nullptr,
+                                       0,
+                                       nullptr,
+                                       0};
+LF_DESCRIBE_EFFECT(kInvert);
+constexpr EffectDescription kAgedFilm = {AVPROCESSOR_AGED_FILM,
+                                         "aged-film",
+                                         "sepia tone of an old film",
+                                         EffectMaking::Factory,
+                                         "MediaCore::CAgedFilmEffect",
+                                         false,
+                                         MakeEffect<CAgedFilmEffect>,
+                                         nullptr,
+                                         0,
+                                         nullptr,
+                                         0};
+LF_DESCRIBE_EFFECT(kAgedFilm);
 
 CGrayEffect::CGrayEffect() : CImageEffectBase(AVPROCESSOR_GRAY) {}
 

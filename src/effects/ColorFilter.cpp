@@ -4,6 +4,7 @@
 #include "core/Planes.h"
 #include "core/Simd.h"
 #include "core/VectorMap.h"
+#include "effects/Described.h"
 #include "libfilter/DirectEffects.h"
 
 namespace MediaCore {
@@ -194,10 +195,33 @@ inline void ChannelBounds(uint8_t key, unsigned scope, uint8_t& lo, uint8_t& hi)
 
 }  // namespace
 
-CColorFilterEffect::CColorFilterEffect() : CImageEffectBase(AVPROCESSOR_COLOR_FILTER) {
-    AddProperty("filter_scope", PropertyNode::Int32(0));
-    AddProperty("filter_color", PropertyNode::Int32(0));
-}
+// ---- What hosts are told of it ----
+
+constexpr PropertyDescription kColorFilterProperties[] = {
+    {"filter_scope", PROPERTY_INT32, "0", PropertyKind::Integer, 0, 255, RangeBound::Fixed,
+     "tolerance around the key colour"},
+    {"filter_color", PROPERTY_INT32, "0", PropertyKind::Color, 0, 0xFFFFFF, RangeBound::Fixed,
+     "key colour whose neighbourhood becomes transparent"},
+};
+constexpr ShowcaseSetting kColorFilterShowcase[] = {
+    {"filter_color", 0xFFFFFF, RangeBound::Fixed},
+    {"filter_scope", 48, RangeBound::Fixed},
+};
+constexpr EffectDescription kColorFilter = {
+    AVPROCESSOR_COLOR_FILTER,
+    "color-filter",
+    "colour key: clears the alpha near filter_color (0xRRGGBB) within filter_scope",
+    EffectMaking::ExportedClass,
+    "MediaCore::CColorFilterEffect",
+    false,
+    MakeEffect<CColorFilterEffect>,
+    kColorFilterProperties,
+    CountOf(kColorFilterProperties),
+    kColorFilterShowcase,
+    CountOf(kColorFilterShowcase)};
+LF_DESCRIBE_EFFECT(kColorFilter);
+
+CColorFilterEffect::CColorFilterEffect() : CImageEffectBase(AVPROCESSOR_COLOR_FILTER) {}
 
 int CColorFilterEffect::OnSetProperty(const std::string& name, PropertyNode& node) {
     const int result = CVideoEffectBase::OnSetProperty(name, node);

@@ -1,15 +1,9 @@
-// The effect factory: the one place that decides which effects a host can obtain.
-#include <memory>
+// The effect factory and the table of effect descriptions it serves from: the one place that
+// decides which effects a host can obtain. Effects join the table from their own files.
+#include <algorithm>
+#include <cstdlib>
 
-#include "core/ErrorReport.h"
-#include "libfilter/BlurSharpenEffects.h"
-#include "libfilter/BrightnessContrastEffect.h"
-#include "libfilter/ColorEffects.h"
-#include "libfilter/EmbossEffect.h"
-#include "libfilter/MirrorEffect.h"
-#include "libfilter/MosaicEffect.h"
-#include "libfilter/Rotate90X.h"
-#include "libfilter/Stereo3D.h"
+#include "effects/Described.h"
 #include "libfilter/SystemBase.h"
 #include "libfilter/libfilter.h"
 
@@ -19,41 +13,39 @@ namespace {
 
 constexpr const char* kFile = ErrorFile::kCommonEffects;
 
-using Creator = CImageEffectBase* (*)(GController* controller);
-
-template <class Effect>
-CImageEffectBase* Create(GController*) {
-    return new Effect();
+std::vector<const EffectDescription*>& Table() {
+    static std::vector<const EffectDescription*> table;
+    return table;
 }
-
-// Effects that ask the host for frame converters keep its controller.
-template <class Effect>
-CImageEffectBase* CreateWithController(GController* controller) {
-    return new Effect(controller);
-}
-
-struct FactoryEntry {
-    unsigned id;
-    Creator create;
-};
-
-// Ids not listed here are refused like unknown ones.
-constexpr FactoryEntry kFactory[] = {
-    {AVPROCESSOR_BRIGHTNESS_CONTRAST, Create<CBrightnessContrastEffect>},
-    {AVPROCESSOR_REVERSE, Create<CReverseVideoImageEffect>},
-    {AVPROCESSOR_2DTO3D, CreateWithController<C2DTo3D>},
-    {AVPROCESSOR_GAUSS_BLUR, Create<CSimpleGaussBlurEffect>},
-    {AVPROCESSOR_LAPLACIAN_SHARPEN, Create<CSimpleLaplacianSharpenEffect>},
-    {AVPROCESSOR_GRAY, Create<CGrayEffect>},
-    {AVPROCESSOR_FLIP_COLOR, Create<CFlipColorEffect>},
-    {AVPROCESSOR_INVERT, Create<CInvertEffect>},
-    {AVPROCESSOR_AGED_FILM, Create<CAgedFilmEffect>},
-    {AVPROCESSOR_EMBOSS, Create<CEmbossVideoImageEffect>},
-    {AVPROCESSOR_MOSAIC, Create<CMosaicVideoImageEffect>},
-    {AVPROCESSOR_ROTATE90, CreateWithController<CRotate90X>},
-};
 
 }  // namespace
+
+EffectRegistration::EffectRegistration(const EffectDescription& description) {
+    std::vector<const EffectDescription*>& table = Table();
+    const auto byId = [](const EffectDescription* a, const EffectDescription* b) {
+        return a->id < b->id;
+    };
+    table.insert(std::upper_bound(table.begin(), table.end(), &description, byId), &description);
+}
+
+const std::vector<const EffectDescription*>& DescribedEffects() {
+    return Table();
+}
+
+const EffectDescription* FindDescription(unsigned id) {
+    for (const EffectDescription* description : Table()) {
+        if (description->id == id) return description;
+    }
+    return nullptr;
+}
+
+CProcessor::PropertyNode DefaultNode(const PropertyDescription& property) {
+    if (property.type == PROPERTY_DOUBLE) {
+        return CProcessor::PropertyNode::Double(std::strtod(property.defaultText, nullptr),
+                                                property.defaultText);
+    }
+    return CProcessor::PropertyNode::Int32(std::atoi(property.defaultText));
+}
 
 }  // namespace MediaCore
 
@@ -61,10 +53,22 @@ extern "C" MediaCore::GVideoProcessor* libfilter_GetFilter(MediaCore::GControlle
                                                            unsigned id) {
     using namespace MediaCore;
     return LF_GUARDED(kFile, [&]() -> GVideoProcessor* {
-        for (const FactoryEntry& entry : kFactory) {
-            if (entry.id == id) return entry.create(controller);
+        const EffectDescription* description = FindDescription(id);
+        // Exported classes are built by their hosts, not by number.
+        if (description == nullptr || description->making != EffectMaking::Factory) {
+            LF_RAISE(kFile,
+                     SystemBase::GStringFormat::Format("No the effect=%d", static_cast<int>(id)));
         }
-        LF_RAISE(kFile,
-                 SystemBase::GStringFormat::Format("No the effect=%d", static_cast<int>(id)));
+        return description->create(controller);
+    });
+}
+
+extern "C" const MediaCore::EffectDescription* const* libfilter_GetEffectDescriptions(
+    unsigned* count) {
+    using namespace MediaCore;
+    return LF_GUARDED(kFile, [&]() -> const EffectDescription* const* {
+        LF_REQUIRE(kFile, count);
+        *count = static_cast<unsigned>(DescribedEffects().size());
+        return DescribedEffects().data();
     });
 }

@@ -1,4 +1,5 @@
 // Emboss: every sample replaced by its difference from the one above, scaled and centred.
+#include "effects/Described.h"
 #include "libfilter/EmbossEffect.h"
 
 #include "core/LoopForms.h"
@@ -194,9 +195,28 @@ bool Reachable(const Plane& plane) {
 EmbossRgba32Kernel emboss_effect_rgba32 = EmbossRgba32;
 EmbossComponentKernel emboss_effect_component = EmbossComponent;
 
+// ---- What hosts are told of it ----
+
+constexpr PropertyDescription kEmbossProperties[] = {
+    {"emboss_level", PROPERTY_INT32, "5", PropertyKind::Integer, 0, 20, RangeBound::Fixed,
+     "how strongly differences lift off mid-gray"},
+};
+constexpr EffectDescription kEmboss = {
+    AVPROCESSOR_EMBOSS,
+    "emboss",
+    "relief from each row's difference to the one above, strength emboss_level",
+    EffectMaking::Factory,
+    "MediaCore::CEmbossVideoImageEffect",
+    false,
+    MakeEffect<CEmbossVideoImageEffect>,
+    kEmbossProperties,
+    CountOf(kEmbossProperties),
+    nullptr,
+    0};
+LF_DESCRIBE_EFFECT(kEmboss);
+
 CEmbossVideoImageEffect::CEmbossVideoImageEffect() : CImageEffectBase(AVPROCESSOR_EMBOSS) {
     libcore_GetCpuCapability();  // asked as the engine expects; the kernels pick their own forms
-    AddProperty("emboss_level", PropertyNode::Int32(5));
 }
 
 int CEmbossVideoImageEffect::OnSetProperty(const std::string& name, PropertyNode& node) {

@@ -6,6 +6,7 @@
 
 #include "core/Planes.h"
 #include "core/SimdOps.h"
+#include "effects/Described.h"
 #include "libfilter/DirectEffects.h"
 #include "libfilter/Siblings.h"
 
@@ -325,9 +326,33 @@ bool SameLayout(const Plane& a, const Plane& b) {
 
 }  // namespace
 
+// ---- What hosts are told of it ----
+
+constexpr PropertyDescription kMirageProperties[] = {
+    {"mirage_width", PROPERTY_INT32, "10", PropertyKind::Integer, 0, 200, RangeBound::Fixed,
+     "the ghost is (200 + this) / 200 times as large"},
+    {"mirage_alpha", PROPERTY_INT32, "10", PropertyKind::Integer, 0, 100, RangeBound::Fixed,
+     "weight of the ghost in percent"},
+};
+constexpr ShowcaseSetting kMirageShowcase[] = {
+    {"mirage_width", 20, RangeBound::Fixed},
+    {"mirage_alpha", 50, RangeBound::Fixed},
+};
+constexpr EffectDescription kMirage = {
+    AVPROCESSOR_MIRAGE,
+    "mirage",
+    "blends a magnified ghost over the picture (mirage_width, mirage_alpha)",
+    EffectMaking::ExportedClass,
+    "MediaCore::CMirageVideoImageEffect",
+    false,
+    MakeEffect<CMirageVideoImageEffect>,
+    kMirageProperties,
+    CountOf(kMirageProperties),
+    kMirageShowcase,
+    CountOf(kMirageShowcase)};
+LF_DESCRIBE_EFFECT(kMirage);
+
 CMirageVideoImageEffect::CMirageVideoImageEffect() : CImageEffectBase(AVPROCESSOR_MIRAGE) {
-    AddProperty("mirage_width", PropertyNode::Int32(10));
-    AddProperty("mirage_alpha", PropertyNode::Int32(10));
     libcore_GetCpuCapability();  // asked once; the kernels pick their own forms
 }
 

@@ -1,5 +1,6 @@
 // Mirror: every move is an exchange of two units (a byte of a planar plane, or a whole BGRA
 // pixel), so the frame is turned in place without scratch memory.
+#include "effects/Described.h"
 #include "libfilter/MirrorEffect.h"
 
 #include <algorithm>
@@ -179,10 +180,30 @@ void MirrorPlane(const Plane& p, size_t unit, bool horizontal, bool vertical) {
 
 }  // namespace
 
-CReverseVideoImageEffect::CReverseVideoImageEffect() : CImageEffectBase(AVPROCESSOR_REVERSE) {
-    AddProperty("mirror", PropertyNode::Int32(0));
-    AddProperty("vertical", PropertyNode::Int32(0));
-}
+// ---- What hosts are told of it ----
+
+constexpr PropertyDescription kMirrorProperties[] = {
+    {"mirror", PROPERTY_INT32, "0", PropertyKind::Flag, 0, 1, RangeBound::Fixed,
+     "reverse the columns (left and right)"},
+    {"vertical", PROPERTY_INT32, "0", PropertyKind::Flag, 0, 1, RangeBound::Fixed,
+     "reverse the rows (top and bottom)"},
+};
+constexpr ShowcaseSetting kMirrorShowcase[] = {{"mirror", 1, RangeBound::Fixed}};
+constexpr EffectDescription kMirror = {
+    AVPROCESSOR_REVERSE,
+    "mirror",
+    "reverses the columns (mirror=1), the rows (vertical=1) or both",
+    EffectMaking::Factory,
+    "MediaCore::CReverseVideoImageEffect",
+    false,
+    MakeEffect<CReverseVideoImageEffect>,
+    kMirrorProperties,
+    CountOf(kMirrorProperties),
+    kMirrorShowcase,
+    CountOf(kMirrorShowcase)};
+LF_DESCRIBE_EFFECT(kMirror);
+
+CReverseVideoImageEffect::CReverseVideoImageEffect() : CImageEffectBase(AVPROCESSOR_REVERSE) {}
 
 int CReverseVideoImageEffect::OnSetProperty(const std::string& name, PropertyNode& node) {
     const int result = CVideoEffectBase::OnSetProperty(name, node);

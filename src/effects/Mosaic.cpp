@@ -5,6 +5,7 @@
 // may reach past the rectangle and past the row's last pixel. Such writes land where the row's
 // memory continues (its pitch padding) and are cut at the end of the plane's memory, rows x
 // pitch from its start; nothing outside that is read or written.
+#include "effects/Described.h"
 #include "libfilter/MosaicEffect.h"
 
 #include <algorithm>
@@ -320,12 +321,41 @@ Memory PlaneMemory(unsigned char* data, unsigned pitch, unsigned rows) {
 
 }  // namespace
 
+// ---- What hosts are told of it ----
+
+constexpr PropertyDescription kMosaicProperties[] = {
+    {"mosaic_x1", PROPERTY_INT32, "0", PropertyKind::Integer, 0, 0, RangeBound::FrameWidth,
+     "left or right edge of the rectangle"},
+    {"mosaic_y1", PROPERTY_INT32, "0", PropertyKind::Integer, 0, 0, RangeBound::FrameHeight,
+     "top or bottom edge of the rectangle"},
+    {"mosaic_x2", PROPERTY_INT32, "0", PropertyKind::Integer, 0, 0, RangeBound::FrameWidth,
+     "the other of the left and right edges"},
+    {"mosaic_y2", PROPERTY_INT32, "0", PropertyKind::Integer, 0, 0, RangeBound::FrameHeight,
+     "the other of the top and bottom edges"},
+    {"mosaic_step", PROPERTY_INT32, "3", PropertyKind::Integer, 0, 8, RangeBound::Fixed,
+     "blocks are 2 to this power pixels wide (3: 8 pixels)"},
+};
+constexpr ShowcaseSetting kMosaicShowcase[] = {
+    {"mosaic_x1", 0.25, RangeBound::FrameWidth},
+    {"mosaic_y1", 0.25, RangeBound::FrameHeight},
+    {"mosaic_x2", 0.75, RangeBound::FrameWidth},
+    {"mosaic_y2", 0.75, RangeBound::FrameHeight},
+};
+constexpr EffectDescription kMosaic = {
+    AVPROCESSOR_MOSAIC,
+    "mosaic",
+    "blocks of 2^mosaic_step pixels over the rectangle mosaic_x1,y1 to x2,y2",
+    EffectMaking::Factory,
+    "MediaCore::CMosaicVideoImageEffect",
+    false,
+    MakeEffect<CMosaicVideoImageEffect>,
+    kMosaicProperties,
+    CountOf(kMosaicProperties),
+    kMosaicShowcase,
+    CountOf(kMosaicShowcase)};
+LF_DESCRIBE_EFFECT(kMosaic);
+
 CMosaicVideoImageEffect::CMosaicVideoImageEffect() : CImageEffectBase(AVPROCESSOR_MOSAIC) {
-    AddProperty("mosaic_x1", PropertyNode::Int32(0));
-    AddProperty("mosaic_y1", PropertyNode::Int32(0));
-    AddProperty("mosaic_x2", PropertyNode::Int32(0));
-    AddProperty("mosaic_y2", PropertyNode::Int32(0));
-    AddProperty("mosaic_step", PropertyNode::Int32(3));
     // Asked once as the engine expects; kernels pick their own forms.
     (void)libcore_GetCpuCapability();
 }

@@ -2,6 +2,7 @@
 #include "core/Planes.h"
 #include "core/Simd.h"
 #include "core/VectorMap.h"
+#include "effects/Described.h"
 #include "libfilter/DirectEffects.h"
 
 namespace MediaCore {
@@ -101,9 +102,28 @@ constexpr Simd::Variant<ScaleSpanFn> kScalePixels[] = {
 
 }  // namespace
 
-CTransparencyAjustEffect::CTransparencyAjustEffect() : CImageEffectBase(AVPROCESSOR_TRANSPARENCY) {
-    AddProperty("transparency_scale", PropertyNode::Int32(0));
-}
+// ---- What hosts are told of it ----
+
+constexpr PropertyDescription kTransparencyProperties[] = {
+    {"transparency_scale", PROPERTY_INT32, "0", PropertyKind::Integer, 0, 100, RangeBound::Fixed,
+     "alpha scale in percent; 0 leaves the frame"},
+};
+constexpr ShowcaseSetting kTransparencyShowcase[] = {{"transparency_scale", 40, RangeBound::Fixed}};
+constexpr EffectDescription kTransparency = {
+    AVPROCESSOR_TRANSPARENCY,
+    "transparency",
+    "scales the alpha to transparency_scale percent (0 leaves it)",
+    EffectMaking::ExportedClass,
+    "MediaCore::CTransparencyAjustEffect",
+    false,
+    MakeEffect<CTransparencyAjustEffect>,
+    kTransparencyProperties,
+    CountOf(kTransparencyProperties),
+    kTransparencyShowcase,
+    CountOf(kTransparencyShowcase)};
+LF_DESCRIBE_EFFECT(kTransparency);
+
+CTransparencyAjustEffect::CTransparencyAjustEffect() : CImageEffectBase(AVPROCESSOR_TRANSPARENCY) {}
 
 int CTransparencyAjustEffect::OnSetProperty(const std::string& name, PropertyNode& node) {
     const int result = CVideoEffectBase::OnSetProperty(name, node);

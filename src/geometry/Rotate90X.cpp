@@ -1,6 +1,7 @@
 // Rotation by a quarter turn: scale so the turned picture fits, turn it onto a black frame of
 // the input's size, and write that back into the input.
 #include "libfilter/Rotate90X.h"
+#include "effects/Described.h"
 
 #include <algorithm>
 #include <cstring>
@@ -222,10 +223,29 @@ void TurnBgra(const TurnGeometry& g) {
 
 }  // namespace
 
+// ---- What hosts are told of it ----
+
+constexpr PropertyDescription kRotate90Properties[] = {
+    {"rotate90_angle", PROPERTY_INT32, "0", PropertyKind::Integer, 0, 360, RangeBound::Fixed,
+     "90 or 270 picks the turn; other angles keep the last one"},
+};
+constexpr ShowcaseSetting kRotate90Showcase[] = {{"rotate90_angle", 90, RangeBound::Fixed}};
+constexpr EffectDescription kRotate90 = {
+    AVPROCESSOR_ROTATE90,
+    "rotate90",
+    "quarter turn (rotate90_angle 90 or 270), scaled to fit the frame",
+    EffectMaking::Factory,
+    "MediaCore::CRotate90X",
+    true,
+    MakeEffectWithController<CRotate90X>,
+    kRotate90Properties,
+    CountOf(kRotate90Properties),
+    kRotate90Showcase,
+    CountOf(kRotate90Showcase)};
+LF_DESCRIBE_EFFECT(kRotate90);
+
 CRotate90X::CRotate90X(GController* controller)
-    : CImageEffectBase(AVPROCESSOR_ROTATE90), controller_(controller) {
-    AddProperty("rotate90_angle", PropertyNode::Int32(0));
-}
+    : CImageEffectBase(AVPROCESSOR_ROTATE90), controller_(controller) {}
 
 // Converters first, then the result frame with its memory.
 CRotate90X::~CRotate90X() {

@@ -7,6 +7,7 @@
 #include "core/ErrorReport.h"
 #include "core/Planes.h"
 #include "core/Simd.h"
+#include "effects/Described.h"
 #include "libfilter/Stereo3D.h"
 
 #if LF_X86_64
@@ -253,15 +254,37 @@ struct C2DTo3D::ViewMaps {
     std::vector<uint8_t> saved;
 };
 
+// ---- What hosts are told of it ----
+
+constexpr PropertyDescription k2DTo3DProperties[] = {
+    {"depth", PROPERTY_INT32, "60", PropertyKind::Integer, 0, 100, RangeBound::Fixed,
+     "disparity between the views in pixels, in steps of 10"},
+    {"type", PROPERTY_INT32, "1", PropertyKind::Integer, 0, 4, RangeBound::Fixed,
+     "1 red-blue, 2 green-magenta, 3 side by side, 4 top-bottom (0 draws nothing)"},
+    {"swap", PROPERTY_INT32, "0", PropertyKind::Flag, 0, 1, RangeBound::Fixed,
+     "exchange the left and right views"},
+};
+constexpr ShowcaseSetting k2DTo3DShowcase[] = {{"type", 1, RangeBound::Fixed}};
+constexpr EffectDescription k2DTo3D = {
+    AVPROCESSOR_2DTO3D,
+    "2d-to-3d",
+    "stereo pair from one view: type 1 red-blue, 2 green-magenta, 3 side by side, 4 top-bottom",
+    EffectMaking::Factory,
+    "MediaCore::C2DTo3D",
+    true,
+    MakeEffectWithController<C2DTo3D>,
+    k2DTo3DProperties,
+    CountOf(k2DTo3DProperties),
+    k2DTo3DShowcase,
+    CountOf(k2DTo3DShowcase)};
+LF_DESCRIBE_EFFECT(k2DTo3D);
+
 C2DTo3D::C2DTo3D(GController* controller)
     : CImageEffectBase(AVPROCESSOR_2DTO3D),
       renderer_(controller),
       colour_(controller),
       maps_(std::make_unique<ViewMaps>()) {
     // Registering runs no OnSetProperty: the fields keep side by side while "type" reads 1.
-    AddProperty("depth", PropertyNode::Int32(60));
-    AddProperty("type", PropertyNode::Int32(1));
-    AddProperty("swap", PropertyNode::Int32(static_cast<int32_t>(swap_)));
 }
 
 C2DTo3D::~C2DTo3D() {

@@ -1,5 +1,4 @@
-// The catalogue against the library: every effect the build makes is described as it reports
-// itself, so hosts that read the catalogue (lfx, the frei0r plug-ins) offer what is there.
+// The effect descriptions against the effects themselves, and the helpers hosts read them with.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -8,6 +7,8 @@
 #include <set>
 
 #include "catalogue/Catalogue.h"
+#include "libfilter/Siblings.h"
+#include "libfilter/libfilter.h"
 
 using namespace catalogue;
 
@@ -27,60 +28,89 @@ std::map<std::string, std::pair<int, std::string>> Reported(MediaCore::GVideoPro
     return properties;
 }
 
-bool KindFitsTag(PropertyKind kind, int tag) {
-    const bool integer = tag >= 2 && tag <= 4;
-    switch (kind) {
-        case PropertyKind::Number:
-            return tag == 1 || integer;
-        case PropertyKind::Text:
-            return tag == 0;
-        default:
-            return integer;
-    }
-}
-
 }  // namespace
 
-TEST(CatalogueTest, RowsHaveUniqueIdsAndNamesTheBuildCanRead) {
+TEST(CatalogueTest, DescriptionsHaveUniqueIdsAndNamesHostsCanUse) {
     std::set<std::string> names;
     unsigned previous = 0;
-    for (const CatalogueEntry& entry : Catalogue()) {
-        EXPECT_GT(entry.id, previous) << entry.name;
-        previous = entry.id;
-        // Plug-in file names are made of these.
-        EXPECT_TRUE(std::regex_match(entry.name, std::regex("[a-z0-9-]+"))) << entry.name;
-        EXPECT_TRUE(names.insert(entry.name).second) << entry.name;
-        EXPECT_EQ(FindEntry(entry.name), &entry);
-        EXPECT_EQ(FindEntry(std::to_string(entry.id)), &entry);
-        for (const PropertySpec& property : entry.properties) {
-            EXPECT_LE(property.min, property.max) << property.name;
+    for (const EffectDescription* effect : Effects()) {
+        EXPECT_GT(effect->id, previous) << effect->name;
+        previous = effect->id;
+        // Plug-in file names and element names are made of these.
+        EXPECT_TRUE(std::regex_match(effect->name, std::regex("[a-z0-9-]+"))) << effect->name;
+        EXPECT_TRUE(names.insert(effect->name).second) << effect->name;
+        EXPECT_EQ(FindEffect(effect->name), effect);
+        EXPECT_EQ(FindEffect(std::to_string(effect->id)), effect);
+        for (unsigned i = 0; i < effect->propertyCount; ++i) {
+            const PropertyDescription& property = effect->properties[i];
+            EXPECT_TRUE(property.upper != RangeBound::Fixed || property.min <= property.max);
             EXPECT_NE(std::string(property.explanation), "") << property.name;
         }
     }
-    EXPECT_EQ(FindEntry("nosuch"), nullptr);
-    EXPECT_EQ(FindEntry("18"), nullptr);
+    EXPECT_EQ(Effects().size(), 16u);
+    EXPECT_EQ(FindEffect("nosuch"), nullptr);
+    EXPECT_EQ(FindEffect("18"), nullptr);
 }
 
-TEST(CatalogueTest, EveryEffectTheBuildMakesIsDescribedAsItReportsItself) {
-    for (const CatalogueEntry& entry : Catalogue()) {
-        EffectPtr effect = Create(entry);
-        if (!effect) continue;
-        EXPECT_EQ(effect->GetID(), entry.id) << entry.name;
+TEST(CatalogueTest, EveryEffectIsMadeAndReportsItselfAsDescribed) {
+    for (const EffectDescription* description : Effects()) {
+        EffectPtr effect = Create(*description);
+        if (BuildGap(*description) != nullptr) continue;
+        ASSERT_TRUE(effect) << description->name;
+        EXPECT_EQ(effect->GetID(), description->id) << description->name;
         const auto reported = Reported(*effect);
-        EXPECT_EQ(reported.size(), entry.properties.size()) << entry.name;
-        for (const PropertySpec& property : entry.properties) {
+        EXPECT_EQ(reported.size(), description->propertyCount) << description->name;
+        for (unsigned i = 0; i < description->propertyCount; ++i) {
+            const PropertyDescription& property = description->properties[i];
             const auto found = reported.find(property.name);
-            ASSERT_NE(found, reported.end()) << entry.name << ": " << property.name;
-            const auto& [tag, defaultText] = found->second;
-            EXPECT_TRUE(KindFitsTag(property.kind, tag)) << property.name << " has tag " << tag;
-            if (property.kind == PropertyKind::Number && property.upper == Bound::Fixed) {
-                const double value = std::atof(defaultText.c_str());
-                EXPECT_TRUE(value >= property.min && value <= property.max) << property.name;
-            }
+            ASSERT_NE(found, reported.end()) << description->name << ": " << property.name;
+            EXPECT_EQ(found->second.first, static_cast<int>(property.type)) << property.name;
+            EXPECT_EQ(found->second.second, property.defaultText) << property.name;
+            const double value = std::atof(property.defaultText);
+            EXPECT_GE(value, property.min) << property.name;
+            EXPECT_LE(value, UpperBound(property, 64, 36)) << property.name;
         }
-        const PropertyList shown = entry.showcase ? entry.showcase(64, 36) : PropertyList{};
-        for (const auto& [name, value] : shown) {
+        for (const auto& [name, value] : Showcase(*description, 64, 36)) {
+            EXPECT_NE(FindProperty(*description, name), nullptr) << name;
             EXPECT_TRUE(effect->SetProperty(name.c_str(), value.c_str())) << name;
         }
     }
+}
+
+// Hosts ask the factory for factory-made effects and construct the others; the factory refuses
+// those, and every id between that nothing describes.
+TEST(CatalogueTest, TheFactoryServesExactlyTheFactoryMadeEffects) {
+    liblog_GetReportCount();
+    for (unsigned id = 0; id < 32; ++id) {
+        const EffectDescription* description = FindEffect(std::to_string(id));
+        const bool served = description != nullptr &&
+                            description->making == EffectMaking::Factory &&
+                            BuildGap(*description) == nullptr;
+        const unsigned before = liblog_GetReportCount();
+        MediaCore::GVideoProcessor* effect = libfilter_GetFilter(SharedController(), id);
+        EXPECT_EQ(effect != nullptr, served) << id;
+        EXPECT_EQ(liblog_GetReportCount() - before, served ? 0u : 1u) << id;
+        if (effect != nullptr) effect->Free();
+    }
+    const unsigned before = liblog_GetReportCount();
+    EXPECT_EQ(libfilter_GetEffectDescriptions(nullptr), nullptr);
+    EXPECT_EQ(liblog_GetReportCount() - before, 1u);
+}
+
+TEST(CatalogueTest, RangesAndShowcasesFollowTheFrame) {
+    const EffectDescription& mosaic = *FindEffect("mosaic");
+    const PropertyDescription& x2 = *FindProperty(mosaic, "mosaic_x2");
+    EXPECT_EQ(RangeText(x2), "0..frame width");
+    EXPECT_EQ(UpperBound(x2, 640, 360), 640);
+    EXPECT_EQ(UpperBound(*FindProperty(mosaic, "mosaic_y1"), 640, 360), 360);
+    EXPECT_EQ(
+        Showcase(mosaic, 66, 38),
+        (PropertyList{
+            {"mosaic_x1", "16"}, {"mosaic_y1", "9"}, {"mosaic_x2", "49"}, {"mosaic_y2", "28"}}));
+    EXPECT_EQ(Showcase(*FindEffect("color-filter"), 1, 1),
+              (PropertyList{{"filter_color", "16777215"}, {"filter_scope", "48"}}));
+    EXPECT_EQ(RangeText(*FindProperty(*FindEffect("brightness-contrast"), "contrast")),
+              "-100..100");
+    EXPECT_EQ(MakingText(*FindEffect("mirage")), "class MediaCore::CMirageVideoImageEffect");
+    EXPECT_EQ(MakingText(*FindEffect("blur")), "factory id 6");
 }

@@ -32,26 +32,26 @@ constexpr unsigned kHeight = 48;
 
 using Frame = std::vector<uint32_t>;
 
-fs::path PluginPath(const CatalogueEntry& entry) {
+fs::path PluginPath(const EffectDescription& entry) {
     return fs::path(LF_FREI0R_DIR) / ("libfilter_" + std::string(entry.name) + ".so");
 }
 
 // The effects this build makes, by asking the library.
-std::vector<const CatalogueEntry*> BuiltEffects() {
-    std::vector<const CatalogueEntry*> effects;
-    for (const CatalogueEntry& entry : Catalogue()) {
-        if (Create(entry)) effects.push_back(&entry);
+std::vector<const EffectDescription*> BuiltEffects() {
+    std::vector<const EffectDescription*> effects;
+    for (const EffectDescription* entry : Effects()) {
+        if (Create(*entry)) effects.push_back(entry);
     }
     return effects;
 }
 
-bool IsRandom(const CatalogueEntry& entry) {
+bool IsRandom(const EffectDescription& entry) {
     return entry.id == MediaCore::AVPROCESSOR_ADD_NOISE;
 }
 
 // One plug-in loaded as a host loads it, and its entry points.
 using Plugin = std::unique_ptr<void, int (*)(void*)>;
-Plugin Load(const CatalogueEntry& entry) {
+Plugin Load(const EffectDescription& entry) {
     return Plugin(dlopen(PluginPath(entry).c_str(), RTLD_NOW | RTLD_LOCAL), dlclose);
 }
 template <class Function>
@@ -62,32 +62,30 @@ Function* Get(const Plugin& plugin, const char* name) {
 // A value for each parameter: as frei0r takes it, as ffmpeg's filter_params writes it, and the
 // property text the effect should then hold. Numbers are whole values inside the range.
 struct Setting {
-    const PropertySpec* spec = nullptr;
+    const PropertyDescription* spec = nullptr;
     double number = 0;
     f0r_param_color_t color{};
-    char* text = nullptr;
     std::string ffmpeg;
     std::string property;
 
     void* Value() {
         if (spec->kind == PropertyKind::Color) return &color;
-        if (spec->kind == PropertyKind::Text) return &text;
         return &number;
     }
 };
 
-std::vector<Setting> SettingsFor(const CatalogueEntry& entry) {
+std::vector<Setting> SettingsFor(const EffectDescription& entry) {
     static const double kFractions[] = {0.1, 0.2, 0.9, 0.8, 0.3};
-    static char kText[] = "frei0r";
     std::vector<Setting> settings;
-    for (size_t i = 0; i < entry.properties.size(); ++i) {
+    for (unsigned i = 0; i < entry.propertyCount; ++i) {
         Setting setting;
         setting.spec = &entry.properties[i];
-        const PropertySpec& spec = *setting.spec;
+        const PropertyDescription& spec = *setting.spec;
         char text[32];
         switch (spec.kind) {
-            case PropertyKind::Number: {
-                const double span = spec.Max(kWidth, kHeight) - spec.min;
+            case PropertyKind::Integer:
+            case PropertyKind::Real: {
+                const double span = UpperBound(spec, kWidth, kHeight) - spec.min;
                 const double whole = std::round(kFractions[i % 5] * span);
                 setting.number = whole / span;
                 setting.property = std::to_string(static_cast<long long>(spec.min + whole));
@@ -105,10 +103,6 @@ std::vector<Setting> SettingsFor(const CatalogueEntry& entry) {
                 setting.property = std::to_string(0xFF8000);
                 setting.ffmpeg = "0xFF8000";
                 break;
-            case PropertyKind::Text:
-                setting.text = kText;
-                setting.property = setting.ffmpeg = kText;
-                break;
         }
         settings.push_back(setting);
     }
@@ -124,8 +118,8 @@ Frame RandomFrame(unsigned seed) {
 }
 
 // What the library itself makes of `frames`, in order, with these property texts.
-std::vector<Frame> LibraryResult(const CatalogueEntry& entry, const std::vector<Setting>& settings,
-                                 std::vector<Frame> frames) {
+std::vector<Frame> LibraryResult(const EffectDescription& entry,
+                                 const std::vector<Setting>& settings, std::vector<Frame> frames) {
     EffectPtr effect = Create(entry);
     for (const Setting& setting : settings) {
         EXPECT_TRUE(effect->SetProperty(setting.spec->name, setting.property.c_str()));
@@ -146,7 +140,7 @@ std::vector<Frame> LibraryResult(const CatalogueEntry& entry, const std::vector<
 
 TEST(Frei0rTest, EveryEffectTheBuildMakesHasAPluginAndNoOtherDoes) {
     std::set<std::string> expected;
-    for (const CatalogueEntry* entry : BuiltEffects())
+    for (const EffectDescription* entry : BuiltEffects())
         expected.insert(PluginPath(*entry).filename());
     std::set<std::string> built;
     for (const auto& file : fs::directory_iterator(LF_FREI0R_DIR))
@@ -155,7 +149,7 @@ TEST(Frei0rTest, EveryEffectTheBuildMakesHasAPluginAndNoOtherDoes) {
 }
 
 TEST(Frei0rTest, PluginsDescribeThemselvesAndTheirParameters) {
-    for (const CatalogueEntry* entry : BuiltEffects()) {
+    for (const EffectDescription* entry : BuiltEffects()) {
         Plugin plugin = Load(*entry);
         ASSERT_TRUE(plugin) << dlerror();
         EXPECT_EQ(Get<decltype(f0r_init)>(plugin, "f0r_init")(), 1);
@@ -168,24 +162,24 @@ TEST(Frei0rTest, PluginsDescribeThemselvesAndTheirParameters) {
         EXPECT_EQ(info.frei0r_version, FREI0R_MAJOR_VERSION);
         EXPECT_EQ(info.major_version, LF_VERSION_MAJOR);
         EXPECT_EQ(info.minor_version, LF_VERSION_MINOR);
-        EXPECT_STREQ(info.explanation, entry->description);
-        ASSERT_EQ(info.num_params, static_cast<int>(entry->properties.size()));
-        const int types[] = {F0R_PARAM_DOUBLE, F0R_PARAM_BOOL, F0R_PARAM_COLOR, F0R_PARAM_STRING};
+        EXPECT_STREQ(info.explanation, entry->summary);
+        ASSERT_EQ(info.num_params, static_cast<int>(entry->propertyCount));
+        const int types[] = {F0R_PARAM_DOUBLE, F0R_PARAM_DOUBLE, F0R_PARAM_BOOL, F0R_PARAM_COLOR};
         for (int i = 0; i < info.num_params; ++i) {
-            const PropertySpec& spec = entry->properties[static_cast<size_t>(i)];
+            const PropertyDescription& spec = entry->properties[i];
             f0r_param_info_t param{};
             Get<decltype(f0r_get_param_info)>(plugin, "f0r_get_param_info")(&param, i);
             EXPECT_STREQ(param.name, spec.name);
             EXPECT_EQ(param.type, types[static_cast<int>(spec.kind)]) << spec.name;
             EXPECT_STREQ(param.explanation, spec.explanation);
         }
-        // Only the frei0r entry points are visible to the host: not catalogue::Catalogue().
-        EXPECT_EQ(Get<void>(plugin, "_ZN9catalogue9CatalogueEv"), nullptr);
+        // Only the frei0r entry points are visible to the host: not catalogue::Effects().
+        EXPECT_EQ(Get<void>(plugin, "_ZN9catalogue7EffectsEv"), nullptr);
     }
 }
 
 TEST(Frei0rTest, UpdateRunsTheEffectWithItsParametersLikeTheLibrary) {
-    for (const CatalogueEntry* entry : BuiltEffects()) {
+    for (const EffectDescription* entry : BuiltEffects()) {
         SCOPED_TRACE(entry->name);
         Plugin plugin = Load(*entry);
         ASSERT_TRUE(plugin) << dlerror();
@@ -206,9 +200,6 @@ TEST(Frei0rTest, UpdateRunsTheEffectWithItsParametersLikeTheLibrary) {
                 get(instance, back.Value(), static_cast<int>(i));
                 EXPECT_EQ(back.number, settings[i].number) << back.spec->name;
                 EXPECT_EQ(std::memcmp(&back.color, &settings[i].color, sizeof back.color), 0);
-                if (back.text != nullptr) {
-                    EXPECT_STREQ(back.text, settings[i].text);
-                }
             }
             const Frame input = RandomFrame(entry->id);
             Frame output = inPlace ? input : Frame(input.size());
@@ -278,7 +269,7 @@ protected:
     }
 
     // Runs `entry`'s plug-in with `settings` and compares every frame with the library's.
-    void ExpectSameAsLibrary(const CatalogueEntry& entry, const std::vector<Setting>& settings) {
+    void ExpectSameAsLibrary(const EffectDescription& entry, const std::vector<Setting>& settings) {
         std::string filter = ",frei0r=filter_name=libfilter_" + std::string(entry.name);
         for (size_t i = 0; i < settings.size(); ++i) {
             filter += (i == 0 ? ":filter_params=" : "|") + settings[i].ffmpeg;
@@ -294,13 +285,14 @@ protected:
 };
 
 TEST_F(FfmpegTest, InvertRunsInFfmpegLikeTheLibrary) {
-    ExpectSameAsLibrary(*FindEntry("invert"), {});
+    ExpectSameAsLibrary(*FindEffect("invert"), {});
 }
 
 TEST_F(FfmpegTest, FilterParamsReachTheEffectsProperties) {
-    for (const CatalogueEntry* entry : BuiltEffects()) {
+    for (const EffectDescription* entry : BuiltEffects()) {
         const bool numbers =
-            entry->properties.size() > 0 && entry->properties[0].kind == PropertyKind::Number;
+            entry->propertyCount > 0 && (entry->properties[0].kind == PropertyKind::Integer ||
+                                         entry->properties[0].kind == PropertyKind::Real);
         if (!numbers || IsRandom(*entry)) continue;
         SCOPED_TRACE(entry->name);
         ExpectSameAsLibrary(*entry, SettingsFor(*entry));

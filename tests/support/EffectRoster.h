@@ -1,6 +1,5 @@
-// Every effect this build serves, found by asking the library instead of listing what exists,
-// so the tests, fuzzers and peer benchmarks pick up each effect as it lands: factory ids are
-// probed, and the classes a host constructs itself come in with their header.
+// Every effect this build serves, as the library describes them, so the tests, fuzzers and peer
+// benchmarks pick up each effect as it lands without a list of their own.
 #pragma once
 
 #include <atomic>
@@ -8,13 +7,14 @@
 #include <utility>
 #include <vector>
 
+#include "catalogue/Catalogue.h"
 #include "libfilter/GController.h"
 #include "libfilter/GVideoProcessor.h"
 #include "libfilter/IException.h"
 
 namespace testing_support {
 
-// Factory ids a probe tries; the library refuses those it does not serve.
+// The id range fuzzers draw effects from.
 constexpr unsigned kFirstEffectId = 0;
 constexpr unsigned kLastEffectId = 31;
 
@@ -22,22 +22,24 @@ struct ServedEffect {
     unsigned id;
     const char* name;  // lfx's short name
     bool fromFactory;  // false: constructed directly by the host
+    const MediaCore::EffectDescription* description;
 
     // A new instance (released with its Free); null when the library refuses.
     MediaCore::GVideoProcessor* Create() const;
 };
 
-// Effects of this build in id order, probed once, with reports silenced while probing.
+// Effects of this build in id order: those the library describes, less those that need a
+// converter library the build lacks.
 const std::vector<ServedEffect>& ServedEffects();
 // The effect with this id, or null when the build does not serve it.
 const ServedEffect* FindServedEffect(unsigned id);
 // lfx's short name for an effect id; "unnamed" for ids that name no effect.
 const char* EffectName(unsigned id);
 
-using PropertyList = std::vector<std::pair<std::string, std::string>>;
+using catalogue::PropertyList;
 
 // Settings under which an effect does its usual work on a frame of the given size (at their
-// defaults several effects leave a frame as it is); unknown ids get none.
+// defaults several effects leave a frame as it is): its showcase; unknown ids get none.
 PropertyList WorkingProperties(unsigned id, unsigned width, unsigned height);
 
 // Whether a property repeats an effect's whole work ("..._count" passes): its texts must stay
@@ -48,7 +50,7 @@ bool RepeatsWork(const std::string& property);
 // and infinities, fractions, leading blanks, trailing junk and words.
 const std::vector<std::string>& EdgeTexts();
 
-// The controller handed to the factory: a converter library's when the build has one (the
+// The controller handed to the factory: the converter library's when the build has one (the
 // stereo and rotation effects need it to do anything), else null.
 MediaCore::GController* EffectController();
 

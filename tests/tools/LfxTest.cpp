@@ -128,8 +128,9 @@ TEST_F(LfxTest, ListNamesEveryEffectWithItsPropertiesAndEveryCommandHasHelp) {
     EXPECT_EQ(list.code, 0) << list.err;
     for (const AvailableEffect& effect : AvailableEffects()) {
         EXPECT_NE(list.out.find(effect.entry->name), std::string::npos) << effect.entry->name;
-        for (const PropertyInfo& property : effect.properties) {
-            EXPECT_NE(list.out.find(property.name), std::string::npos) << property.name;
+        for (unsigned i = 0; i < effect.entry->propertyCount; ++i) {
+            const char* property = effect.entry->properties[i].name;
+            EXPECT_NE(list.out.find(property), std::string::npos) << property;
         }
         EXPECT_EQ(Lfx(std::string("list ") + effect.entry->name).code, 0);
     }
@@ -147,8 +148,7 @@ TEST_F(LfxTest, PictureInBgraMatchesTheLibraryForEveryEffect) {
     for (const AvailableEffect& effect : AvailableEffects()) {
         if (IsRandom(effect)) continue;
         const std::string name = effect.entry->name;
-        PropertyList properties;
-        if (effect.entry->showcase != nullptr) properties = effect.entry->showcase(64, 36);
+        const PropertyList properties = catalogue::Showcase(*effect.entry, 64, 36);
         std::string arguments = "apply -i in.png -o out.png -q -e " + name;
         for (const auto& [key, value] : properties)
             arguments += " -p " + key + "=" + value;
@@ -220,7 +220,13 @@ TEST_F(LfxTest, ErrorsSayOneLineExitNonZeroAndLeaveNoFiles) {
     } cases[] = {
         {"apply -o out.png -e nosuch", "effects: "},
         {"apply -o out.png -e invert -p nosuch=1", "no property 'nosuch'"},
-        {"apply -o out.png -e invert -p duration=ten", "wants an integer"},
+        {"apply -o out.png -e invert -p duration=ten", "takes an integer"},
+        {"apply -o out.png -e blur -p blur_count=2000000000", "an integer in 0..10, not"},
+        {"apply -o out.png -e blur -p blur_count=-5", "an integer in 0..10, not"},
+        {"apply -o out.png -e rotate90 -p rotate90_angle=400", "an integer in 0..360"},
+        {"apply -o out.png -e brightness-contrast -p contrast=1e999", "a number in -100..100"},
+        {"apply -o out.png -e mosaic -p mosaic_x2=99999", "0..1280 for this 1280x720 input"},
+        {"apply -o out.png -e color-filter -p filter_color=0x1000000", "0xRRGGBB, #RRGGBB"},
         {"apply -o out.png -p duration=1", "must follow the -e"},
         {"apply -i missing.mp4 -o out.png", "cannot read 'missing.mp4'"},
         {"apply -i notes.txt -o out.png", "cannot read 'notes.txt'"},
@@ -243,6 +249,22 @@ TEST_F(LfxTest, ErrorsSayOneLineExitNonZeroAndLeaveNoFiles) {
     }
 }
 
+TEST_F(LfxTest, ColoursTakeHexadecimalAndDecimalAlike) {
+    ASSERT_EQ(Lfx("apply --size 64x36 -o in.png -q").code, 0);
+    std::vector<std::vector<uint8_t>> outputs;
+    for (const char* colour : {"16711680", "0xFF0000", "#ff0000"}) {
+        const std::string out = std::string("out") + std::to_string(outputs.size()) + ".png";
+        const Outcome run = Lfx("apply -i in.png -q -o " + out +
+                                " -e color-filter -p filter_scope=90 -p filter_color=" + colour);
+        ASSERT_EQ(run.code, 0) << colour << ": " << run.err;
+        const std::vector<FramePtr> frames = Decode(In(out), AV_PIX_FMT_BGRA);
+        ASSERT_EQ(frames.size(), 1u);
+        outputs.emplace_back(frames[0]->data[0], frames[0]->data[0] + 64 * 4);
+    }
+    EXPECT_EQ(outputs[1], outputs[0]);
+    EXPECT_EQ(outputs[2], outputs[0]);
+}
+
 TEST_F(LfxTest, GalleryWritesOnePictureWithATilePerEffect) {
     const Outcome run = Lfx("gallery --size 64x36 --tile-width 32 --columns 2 -o gallery.png");
     ASSERT_EQ(run.code, 0) << run.err;
@@ -255,14 +277,13 @@ TEST_F(LfxTest, GalleryWritesOnePictureWithATilePerEffect) {
 
 TEST_F(LfxTest, FlagsTakeOnlyZeroOrOne) {
     for (const AvailableEffect& effect : AvailableEffects()) {
-        for (const PropertyInfo& property : effect.properties) {
-            if (property.spec == nullptr || property.spec->kind != catalogue::PropertyKind::Flag) {
-                continue;
-            }
+        for (unsigned i = 0; i < effect.entry->propertyCount; ++i) {
+            const PropertyDescription& property = effect.entry->properties[i];
+            if (property.kind != catalogue::PropertyKind::Flag) continue;
             const Outcome run = Lfx("apply -o out.png -e " + std::string(effect.entry->name) +
                                     " -p " + property.name + "=2");
             EXPECT_NE(run.code, 0);
-            EXPECT_NE(run.err.find("is a flag, 0 or 1"), std::string::npos) << run.err;
+            EXPECT_NE(run.err.find("takes 0 or 1, not '2'"), std::string::npos) << run.err;
             return;
         }
     }

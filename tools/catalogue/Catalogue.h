@@ -1,5 +1,6 @@
-// The effects hosts know by short name: how each one is made, what its properties mean and
-// which settings show it off. Shared by lfx and the frei0r plug-ins; it needs only libfilter.
+// What hosts need around the library's own effect descriptions: lookup by name or id, ranges
+// for a frame size, showcase settings as property texts, and effects made with a controller that
+// lends frame converters. Shared by lfx, the frei0r plug-ins, the tests and the benchmarks.
 #pragma once
 
 #include <memory>
@@ -7,79 +8,57 @@
 #include <utility>
 #include <vector>
 
-#include "libfilter/GController.h"
-#include "libfilter/GVideoProcessor.h"
+#include "libfilter/EffectDescription.h"
 
 namespace catalogue {
+
+using MediaCore::EffectDescription;
+using MediaCore::EffectMaking;
+using MediaCore::PropertyDescription;
+using MediaCore::PropertyKind;
+using MediaCore::RangeBound;
 
 using PropertyList = std::vector<std::pair<std::string, std::string>>;
 
 // Every processor has this property; it does not change pictures.
 constexpr const char* kDurationProperty = "duration";
 
-// How a host offers a property (frei0r parameter types; what lfx accepts).
-enum class PropertyKind {
-    Number,  // within [min, max]; integer properties take whole numbers
-    Flag,    // on only at exactly 1
-    Color,   // 0xRRGGBB as one integer
-    Text,
-};
+// Every effect the library describes, in id order.
+const std::vector<const EffectDescription*>& Effects();
 
-// Where a number's upper end comes from: fixed, or the frame's size in pixels.
-enum class Bound { Fixed, FrameWidth, FrameHeight };
+// The effect with this short name or id number, or null.
+const EffectDescription* FindEffect(const std::string& nameOrId);
+// The effect's property with this name (not "duration"), or null.
+const PropertyDescription* FindProperty(const EffectDescription& effect, const std::string& name);
+// The position of a property in its effect's list, the order hosts show them in.
+unsigned PropertyIndex(const EffectDescription& effect, const PropertyDescription& property);
 
-struct PropertySpec {
-    const char* name;
-    PropertyKind kind;
-    double min;
-    double max;  // for Bound::Fixed
-    Bound upper;
-    const char* explanation;
+// The property's upper end for frames of this size.
+double UpperBound(const PropertyDescription& property, unsigned width, unsigned height);
+// "-100..100", "0..frame width", "0 or 1" or "0xRRGGBB".
+std::string RangeText(const PropertyDescription& property);
+// "integer", "number", "flag" or "colour".
+const char* KindName(PropertyKind kind);
+// "factory id 13" or "class MediaCore::CMirageVideoImageEffect".
+std::string MakingText(const EffectDescription& effect);
 
-    // The upper end of the range for frames of this size.
-    double Max(unsigned width, unsigned height) const;
-    // "-100..100", "0..frame width" or "" where no range applies.
-    std::string RangeText() const;
-};
-
-// Makes the effect with this id; null when the library refuses.
-using EffectCreator = MediaCore::GVideoProcessor* (*)(unsigned id,
-                                                      MediaCore::GController* controller);
-// Property settings that make an effect visible on a picture of the given size.
-using ShowcaseProperties = PropertyList (*)(int width, int height);
-
-struct CatalogueEntry {
-    unsigned id;
-    const char* name;
-    const char* description;
-    EffectCreator create;  // null: the class is not part of this build
-    bool needsConverter;   // works only with a controller that lends frame converters
-    ShowcaseProperties showcase;
-    std::vector<PropertySpec> properties;  // without "duration", in the order hosts list them
-
-    const PropertySpec* FindProperty(const std::string& propertyName) const;
-};
-
-// Every effect id hosts know, in id order, whether or not this build can make it.
-const std::vector<CatalogueEntry>& Catalogue();
-
-// The entry with this short name or id number, or null.
-const CatalogueEntry* FindEntry(const std::string& nameOrId);
+// The effect's showcase settings as property texts for a frame of this size.
+PropertyList Showcase(const EffectDescription& effect, unsigned width, unsigned height);
 
 // The controller handed to every effect: it lends frame converters to the effects that reshape
 // frames (2d-to-3d, rotate90). Null while the build has no converter library.
 MediaCore::GController* SharedController();
 
-// Why this build cannot make the entry, found without asking the library; null when it can try.
-const char* BuildGap(const CatalogueEntry& entry);
+// Why this build cannot make the effect; null when it can.
+const char* BuildGap(const EffectDescription& effect);
 
 struct ProcessorDeleter {
     void operator()(MediaCore::GVideoProcessor* effect) const { effect->Free(); }
 };
 using EffectPtr = std::unique_ptr<MediaCore::GVideoProcessor, ProcessorDeleter>;
 
-// A new instance with the shared controller; null when the build lacks it or the library
-// refuses (the library then reports why to its error sink).
-EffectPtr Create(const CatalogueEntry& entry);
+// A new instance with the shared controller; null when the build lacks what it needs or the
+// library refuses (the library then reports why to its error sink).
+EffectPtr Create(const EffectDescription& effect);
 
 }  // namespace catalogue

@@ -35,6 +35,7 @@ int RunApply(const ApplyOptions& options) {
     InterruptGuard interruptGuard;
     std::unique_ptr<FrameSource> source = OpenSource(options.input);
     const SourceInfo& info = source->Info();
+    CheckFrameBounds(steps, info.width, info.height);
 
     OutputSettings output;
     output.path = options.output;

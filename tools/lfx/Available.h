@@ -1,4 +1,4 @@
-// The catalogue's effects that the library in hand can make, as lfx offers them.
+// The effects the library describes that this build can run, as lfx offers them.
 #pragma once
 
 #include <string>
@@ -8,40 +8,31 @@
 
 namespace lfx {
 
-using catalogue::CatalogueEntry;
+using catalogue::EffectDescription;
 using catalogue::EffectPtr;
 using catalogue::kDurationProperty;
+using catalogue::PropertyDescription;
+using catalogue::PropertyKind;
 using catalogue::PropertyList;
-using catalogue::PropertySpec;
 
-// A property as the effect itself reports it. Type tags: 0 text, 1 number, 2 to 4 integers.
-struct PropertyInfo {
-    std::string name;
-    std::string defaultText;
-    int type;
-    const PropertySpec* spec;  // what the catalogue says of it; null when it says nothing
-};
-
-// An effect this process can make, with the properties it reported when asked.
+// An effect this build can make.
 struct AvailableEffect {
-    const CatalogueEntry* entry;
-    std::vector<PropertyInfo> properties;  // without "duration"
+    const EffectDescription* entry;
 
-    const PropertyInfo* FindProperty(const std::string& name) const;
+    // The described property with this name (not "duration"), or null.
+    const PropertyDescription* FindProperty(const std::string& name) const;
     std::string PropertyNames() const;  // comma separated, for messages
 };
 
-// Asks the library for each catalogue entry once (quietly) and keeps the answers.
+// Every described effect this build can make, in id order.
 const std::vector<AvailableEffect>& AvailableEffects();
 
 // The effect with this short name or id number; throws a UserError naming the valid names, or
 // why a known effect is missing from this build.
 const AvailableEffect& FindEffect(const std::string& nameOrId);
 
-// Why a catalogue entry is not available, or empty when it is.
-std::string UnavailableReason(const CatalogueEntry& entry);
-
-const char* PropertyTypeName(int type);
+// Why a described effect is not available, or empty when it is.
+std::string UnavailableReason(const EffectDescription& entry);
 
 // A new instance of an available effect; throws a UserError when the library refuses.
 EffectPtr CreateEffect(const AvailableEffect& effect);

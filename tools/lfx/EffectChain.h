@@ -22,8 +22,12 @@ struct ChainStep {
     PropertyList properties;
 };
 
-// Checks names, property names and property texts; throws a UserError on the first problem.
+// Checks names, property names and property texts against the effects' ranges; throws a
+// UserError on the first problem. Colours come back as the decimal texts the effects read.
 std::vector<ChainStep> ResolveChain(const std::vector<EffectRequest>& requests);
+
+// Checks the properties whose range ends at the frame's width or height; throws a UserError.
+void CheckFrameBounds(const std::vector<ChainStep>& steps, unsigned width, unsigned height);
 
 // One instance of every step. Effects are single-threaded: each worker thread has its own chain.
 class EffectChain {

@@ -47,7 +47,7 @@ void Place(const AVFrame& tile, AVFrame& canvas, int left, int top) {
     }
 }
 
-std::string Label(const CatalogueEntry& entry) {
+std::string Label(const EffectDescription& entry) {
     return std::to_string(entry.id) + " " + entry.name;
 }
 
@@ -122,10 +122,9 @@ int WriteGallery(FramePtr picture, AVColorSpace space, const GallerySettings& se
     };
     show(0, *tile, "original");
     for (size_t i = 0; i < effects.size(); ++i) {
-        const CatalogueEntry& entry = *effects[i].entry;
-        PropertyList properties;
-        if (entry.showcase != nullptr) properties = entry.showcase(grid.tileWidth, grid.tileHeight);
-        EffectChain chain(ResolveChain({{entry.name, properties}}));
+        const EffectDescription& entry = *effects[i].entry;
+        const PropertyList showcase = catalogue::Showcase(entry, grid.tileWidth, grid.tileHeight);
+        EffectChain chain(ResolveChain({{entry.name, showcase}}));
         FramePtr frame = scaler.Convert(CopyOf(*tile), FfmpegFormat(settings.layout), space);
         chain.Apply(*frame, 0);
         frame = scaler.Convert(std::move(frame), AV_PIX_FMT_BGRA, space);

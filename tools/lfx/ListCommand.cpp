@@ -8,14 +8,14 @@ namespace lfx {
 namespace {
 
 void PrintEffect(const AvailableEffect& effect) {
-    std::printf("%3u  %-20s %s\n", effect.entry->id, effect.entry->name, effect.entry->description);
-    for (const PropertyInfo& property : effect.properties) {
-        std::printf("       %-20s %-8s default %-6s", property.name.c_str(),
-                    PropertyTypeName(property.type), property.defaultText.c_str());
-        if (property.spec != nullptr) {
-            std::printf(" %s; %s", property.spec->RangeText().c_str(), property.spec->explanation);
-        }
-        std::printf("\n");
+    const EffectDescription& entry = *effect.entry;
+    std::printf("%3u  %-20s %s\n", entry.id, entry.name, entry.summary);
+    std::printf("       hosts make it by %s\n", catalogue::MakingText(entry).c_str());
+    for (unsigned i = 0; i < entry.propertyCount; ++i) {
+        const PropertyDescription& property = entry.properties[i];
+        std::printf("       %-20s %-8s default %-6s %s; %s\n", property.name,
+                    catalogue::KindName(property.kind), property.defaultText,
+                    catalogue::RangeText(property).c_str(), property.explanation);
     }
 }
 
@@ -30,10 +30,10 @@ int RunList(const std::string& name) {
     for (const AvailableEffect& effect : AvailableEffects())
         PrintEffect(effect);
     std::string missing;
-    for (const CatalogueEntry& entry : catalogue::Catalogue()) {
-        if (UnavailableReason(entry).empty()) continue;
-        missing += (missing.empty() ? "" : ", ") + std::string(entry.name) + " (" +
-                   std::to_string(entry.id) + ")";
+    for (const EffectDescription* entry : catalogue::Effects()) {
+        if (UnavailableReason(*entry).empty()) continue;
+        missing += (missing.empty() ? "" : ", ") + std::string(entry->name) + " (" +
+                   std::to_string(entry->id) + ")";
     }
     std::printf(
         "\nEvery effect also has the integer property %s (default 1), which does not "

@@ -1,0 +1,21 @@
+# Run by the build: copies the frei0r plug-in PLUGIN to DESTINATION/libfilter_<name>.so for every
+cmake_policy(VERSION 3.16)
+# effect NAMES_PROGRAM names, and removes the copies of effects no longer named.
+execute_process(COMMAND ${NAMES_PROGRAM} OUTPUT_VARIABLE names RESULT_VARIABLE status)
+if(NOT status EQUAL 0)
+    message(FATAL_ERROR "${NAMES_PROGRAM} failed: ${status}")
+endif()
+string(REGEX REPLACE "\n$" "" names "${names}")
+string(REPLACE "\n" ";" names "${names}")
+file(MAKE_DIRECTORY ${DESTINATION})
+file(GLOB built ${DESTINATION}/libfilter_*.so)
+foreach(file IN LISTS built)
+    string(REGEX REPLACE ".*/libfilter_(.*)[.]so$" "\\1" name ${file})
+    if(NOT name IN_LIST names)
+        file(REMOVE ${file})
+    endif()
+endforeach()
+foreach(name IN LISTS names)
+    # A copy, not a link: a host loading two links to one file would get one plug-in.
+    configure_file(${PLUGIN} ${DESTINATION}/libfilter_${name}.so COPYONLY)
+endforeach()
