@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "core/ErrorReport.h"
+#include "base/ErrorReport.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include "base/GStringList.h"
 
-#include "core/ErrorReport.h"
+#include "base/ErrorReport.h"
 #include "libfilter/SystemBase.h"
 
 namespace MediaCore {

@@ -10,7 +10,7 @@
 #include <new>
 #include <sstream>
 
-#include "core/ErrorReport.h"
+#include "base/ErrorReport.h"
 #include "libfilter/SystemBase.h"
 
 namespace SystemBase {

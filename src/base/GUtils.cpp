@@ -21,7 +21,7 @@
 #include <time.h>
 #endif
 
-#include "core/ErrorReport.h"
+#include "base/ErrorReport.h"
 #include "libfilter/Siblings.h"
 #include "libfilter/SystemBase.h"
 

@@ -5,8 +5,8 @@
 #include <cstring>
 #include <memory>
 
+#include "base/ErrorReport.h"
 #include "base/GStringList.h"
-#include "core/ErrorReport.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/lsan_interface.h>

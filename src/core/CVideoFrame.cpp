@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "core/ErrorReport.h"
+#include "base/ErrorReport.h"
 #include "libfilter/Siblings.h"
 
 namespace MediaCore {

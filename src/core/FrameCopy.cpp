@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "core/ErrorReport.h"
+#include "base/ErrorReport.h"
 #include "libfilter/Siblings.h"
 #include "libfilter/libfilter.h"
 

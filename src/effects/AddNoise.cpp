@@ -3,11 +3,11 @@
 #include <cstdint>
 #include <cstring>
 
-#include "core/ErrorReport.h"
+#include "base/ErrorReport.h"
+#include "core/Described.h"
 #include "core/NoiseRandom.h"
 #include "core/Planes.h"
 #include "core/Simd.h"
-#include "effects/Described.h"
 #include "libfilter/DirectEffects.h"
 
 #if LF_X86_64

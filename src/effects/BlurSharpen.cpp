@@ -1,10 +1,10 @@
 // 3x3 blur and Laplacian sharpen: repeated passes, each filtering every plane in place.
-#include "effects/Described.h"
 #include "libfilter/BlurSharpenEffects.h"
 
 #include <algorithm>
 
-#include "core/ErrorReport.h"
+#include "base/ErrorReport.h"
+#include "core/Described.h"
 #include "core/LoopForms.h"
 #include "core/Planes.h"
 #include "core/RowWindow.h"

@@ -5,11 +5,11 @@
 #include <cstdint>
 #include <limits>
 
-#include "core/ErrorReport.h"
+#include "base/ErrorReport.h"
+#include "core/Described.h"
 #include "core/Planes.h"
 #include "core/Simd.h"
 #include "core/SimdOps.h"
-#include "effects/Described.h"
 #include "libfilter/BrightnessContrastEffect.h"
 
 namespace MediaCore {

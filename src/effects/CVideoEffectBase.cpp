@@ -1,5 +1,5 @@
-#include "core/ErrorReport.h"
-#include "effects/Described.h"
+#include "base/ErrorReport.h"
+#include "core/Described.h"
 #include "libfilter/EffectBase.h"
 #include "libfilter/Siblings.h"
 

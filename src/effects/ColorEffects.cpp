@@ -1,10 +1,10 @@
 // Parameterless recolouring effects: gray, flip colour, invert and aged film.
 #include "libfilter/ColorEffects.h"
-#include "effects/Described.h"
 
 #include <algorithm>
 #include <utility>
 
+#include "core/Described.h"
 #include "core/PlaneFill.h"
 #include "core/Planes.h"
 #include "core/Simd.h"

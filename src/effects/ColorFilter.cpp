@@ -1,10 +1,10 @@
 // Colour key: zeroes the alpha of pixels near a key colour.
 #include <algorithm>
 
+#include "core/Described.h"
 #include "core/Planes.h"
 #include "core/Simd.h"
 #include "core/VectorMap.h"
-#include "effects/Described.h"
 #include "libfilter/DirectEffects.h"
 
 namespace MediaCore {

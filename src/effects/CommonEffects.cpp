@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "effects/Described.h"
+#include "core/Described.h"
 #include "libfilter/SystemBase.h"
 #include "libfilter/libfilter.h"
 

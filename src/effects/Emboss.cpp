@@ -1,5 +1,5 @@
 // Emboss: every sample replaced by its difference from the one above, scaled and centred.
-#include "effects/Described.h"
+#include "core/Described.h"
 #include "libfilter/EmbossEffect.h"
 
 #include "core/LoopForms.h"

@@ -4,9 +4,9 @@
 #include <optional>
 #include <vector>
 
+#include "core/Described.h"
 #include "core/Planes.h"
 #include "core/SimdOps.h"
-#include "effects/Described.h"
 #include "libfilter/DirectEffects.h"
 #include "libfilter/Siblings.h"
 

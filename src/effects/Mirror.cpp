@@ -1,11 +1,11 @@
 // Mirror: every move is an exchange of two units (a byte of a planar plane, or a whole BGRA
 // pixel), so the frame is turned in place without scratch memory.
-#include "effects/Described.h"
 #include "libfilter/MirrorEffect.h"
 
 #include <algorithm>
 #include <cstring>
 
+#include "core/Described.h"
 #include "core/Planes.h"
 #include "core/Simd.h"
 

@@ -5,12 +5,12 @@
 // may reach past the rectangle and past the row's last pixel. Such writes land where the row's
 // memory continues (its pitch padding) and are cut at the end of the plane's memory, rows x
 // pitch from its start; nothing outside that is read or written.
-#include "effects/Described.h"
 #include "libfilter/MosaicEffect.h"
 
 #include <algorithm>
 #include <cstring>
 
+#include "core/Described.h"
 #include "core/Planes.h"
 #include "core/Simd.h"
 #include "libfilter/Siblings.h"

@@ -1,8 +1,8 @@
 // Transparency: scales the alpha of every pixel by a percentage.
+#include "core/Described.h"
 #include "core/Planes.h"
 #include "core/Simd.h"
 #include "core/VectorMap.h"
-#include "effects/Described.h"
 #include "libfilter/DirectEffects.h"
 
 namespace MediaCore {

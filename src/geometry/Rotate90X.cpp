@@ -1,13 +1,13 @@
 // Rotation by a quarter turn: scale so the turned picture fits, turn it onto a black frame of
 // the input's size, and write that back into the input.
 #include "libfilter/Rotate90X.h"
-#include "effects/Described.h"
 
 #include <algorithm>
 #include <cstring>
 #include <new>
 
-#include "core/ErrorReport.h"
+#include "base/ErrorReport.h"
+#include "core/Described.h"
 #include "core/PlaneCopy.h"
 #include "core/Planes.h"
 #include "core/Simd.h"

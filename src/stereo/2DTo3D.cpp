@@ -4,10 +4,10 @@
 #include <array>
 #include <cstring>
 
-#include "core/ErrorReport.h"
+#include "base/ErrorReport.h"
+#include "core/Described.h"
 #include "core/Planes.h"
 #include "core/Simd.h"
-#include "effects/Described.h"
 #include "libfilter/Stereo3D.h"
 
 #if LF_X86_64

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <new>
 
-#include "core/ErrorReport.h"
+#include "base/ErrorReport.h"
 #include "core/PlaneCopy.h"
 #include "core/Planes.h"
 #include "core/Simd.h"

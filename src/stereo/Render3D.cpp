@@ -6,7 +6,7 @@
 #include <limits>
 #include <utility>
 
-#include "core/ErrorReport.h"
+#include "base/ErrorReport.h"
 #include "core/LoopForms.h"
 #include "core/Planes.h"
 #include "core/Simd.h"

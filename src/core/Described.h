@@ -9,7 +9,7 @@
 
 #include <vector>
 
-#include "core/ErrorReport.h"
+#include "base/ErrorReport.h"
 #include "libfilter/EffectDescription.h"
 
 #define LF_INTERNAL __attribute__((visibility("hidden")))

@@ -1,4 +1,4 @@
-#include "core/ErrorReport.h"
+#include "base/ErrorReport.h"
 
 #include <exception>
 
