@@ -16,6 +16,14 @@ done
 
 echo "pkg-config: $(pkg-config --libs libfilter)"
 libdir=$(pkg-config --variable=libdir libfilter)
+# Nothing with a name another package could own goes straight into the library folder.
+for name in liblog libcore libconvert; do
+    if compgen -G "$libdir/$name.so*" >/dev/null; then
+        echo "$name installed into $libdir" >&2
+        exit 1
+    fi
+done
+pkg-config --exists libconvert || [ ! -e "$(pkg-config --variable=siblingdir libfilter)/libconvert.so" ]
 # shellcheck disable=SC2046,SC2086
 c++ -std=c++17 $flags "$source/main.cpp" -o "$prefix/consumer-pc" \
     $(pkg-config --cflags --libs libfilter) -ldl -Wl,-rpath,"$libdir"
