@@ -47,7 +47,7 @@ TEST(CatalogueTest, DescriptionsHaveUniqueIdsAndNamesHostsCanUse) {
             EXPECT_NE(std::string(property.explanation), "") << property.name;
         }
     }
-    EXPECT_EQ(Effects().size(), 16u);
+    EXPECT_GE(Effects().size(), 16u);  // the interface's sixteen, and any a build adds
     EXPECT_EQ(FindEffect("nosuch"), nullptr);
     EXPECT_EQ(FindEffect("18"), nullptr);
 }
