@@ -1,8 +1,11 @@
 // Every effect the build serves on frames of any format, size, padding, row order and crop,
 // with property values set between frames, at every instruction-set level. A read or write
-// outside a plane, undefined behaviour or an exception reaching the host is a crash.
+// outside a plane, undefined behaviour or an exception reaching the host is a crash, and so is
+// any change ProcFrame makes to the frame it was given, which it works on a copy of.
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -33,7 +36,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (input.ConsumeBool()) {
             effect->ProcFrameInPlace(&position, f, &frame->Frame());
         } else {
+            const std::vector<uint8_t> before = frame->Snapshot();
             effect->ProcFrame(&position, f, &frame->Frame());
+            if (frame->Snapshot() != before) {
+                std::fprintf(stderr, "ProcFrame changed the frame it was given\n");
+                std::abort();
+            }
         }
     }
     return 0;

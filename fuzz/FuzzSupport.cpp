@@ -1,6 +1,14 @@
 #include "FuzzSupport.h"
 
 #include <algorithm>
+#include <cstring>
+
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#include <sanitizer/asan_interface.h>
+#define FUZZ_HAS_ASAN 1
+#endif
+#endif
 
 #include "libfilter/Siblings.h"
 
@@ -30,14 +38,53 @@ void Fill(uint8_t* bytes, size_t size, uint32_t seed, uint8_t mode) {
     }
 }
 
+constexpr uint8_t kGuardByte = 0xA5;
+
+// Guard areas fault under AddressSanitizer on any access but the snapshot's.
+void Poison(uint8_t* bytes, size_t size, bool poisoned) {
+#ifdef FUZZ_HAS_ASAN
+    if (poisoned) {
+        ASAN_POISON_MEMORY_REGION(bytes, size);
+    } else {
+        ASAN_UNPOISON_MEMORY_REGION(bytes, size);
+    }
+#else
+    (void)bytes, (void)size, (void)poisoned;
+#endif
+}
+
 }  // namespace
+
+void FuzzFrame::FreeBlock::operator()(uint8_t* block) const {
+    Poison(block, total, false);
+    std::free(block);
+}
+
+std::vector<uint8_t> FuzzFrame::Snapshot() const {
+    std::vector<uint8_t> all;
+    for (const auto& plane : planes_) {
+        uint8_t* block = plane.get();
+        const size_t total = plane.get_deleter().total;
+        Poison(block, total, false);
+        all.insert(all.end(), block, block + total);
+        Poison(block, kGuard, true);
+        Poison(block + total - kGuard, kGuard, true);
+    }
+    for (unsigned i = 0; i < frame_->GetBufferCount(); ++i) {
+        const auto* record = reinterpret_cast<const uint8_t*>(frame_->GetBuffer(i));
+        all.insert(all.end(), record, record + sizeof(CVideoFrame::PlaneRecord));
+    }
+    return all;
+}
 
 std::unique_ptr<FuzzFrame> FuzzFrame::Make(FuzzedDataProvider& input) {
     const int format = input.PickValueInArray(kFormats);
-    // Mostly small frames; now and then rows wider than full HD, so vector loops run long.
-    const bool wide = input.ConsumeIntegralInRange(0, 15) == 0;
-    const unsigned width = input.ConsumeIntegralInRange<unsigned>(0, wide ? 2000 : 80);
-    const unsigned height = input.ConsumeIntegralInRange<unsigned>(0, wide ? 4 : 40);
+    // Mostly small frames; now and then rows wider than full HD, so vector loops run long, or
+    // narrow frames hundreds of rows tall, whose thinned chroma planes may hold no bytes a row.
+    const int build = input.ConsumeIntegralInRange(0, 15);
+    const bool wide = build == 0, tall = build == 1;
+    const unsigned width = input.ConsumeIntegralInRange<unsigned>(0, wide ? 2000 : tall ? 4 : 80);
+    const unsigned height = input.ConsumeIntegralInRange<unsigned>(0, wide ? 4 : tall ? 700 : 40);
     return MakeShaped(input, format, width, height);
 }
 
@@ -69,13 +116,17 @@ FuzzFrame::FuzzFrame(FuzzedDataProvider& input, int format, unsigned width, unsi
         const CVideoFrame::PlaneRecord* record = frame_->GetBuffer(i);
         const int pitch = std::max(0, static_cast<int>(record->rowBytes) + padding);
         const size_t size = size_t{record->rows} * static_cast<size_t>(pitch);
-        auto* block = static_cast<uint8_t*>(std::malloc(size));
-        if (block == nullptr && size != 0) std::abort();
-        planes_.emplace_back(block);
-        Fill(block, size, seed + i, mode);
+        auto* block = static_cast<uint8_t*>(std::malloc(2 * kGuard + size));
+        if (block == nullptr) std::abort();
+        planes_.emplace_back(block, FreeBlock{2 * kGuard + size});
+        std::memset(block, kGuardByte, 2 * kGuard + size);
+        uint8_t* const pixels = block + kGuard;
+        Fill(pixels, size, seed + i, mode);
+        Poison(block, kGuard, true);
+        Poison(pixels + size, kGuard, true);
         // A bottom-up caller hands over its top row, the last one in memory.
         const size_t top = record->rows == 0 ? 0 : size_t{record->rows - 1} * pitch;
-        data.push_back(bottomUp ? block + top : block);
+        data.push_back(bottomUp ? pixels + top : pixels);
         pitches.push_back(bottomUp ? -pitch : pitch);
     }
     if (withMemory && !data.empty()) frame_->SetBuffer(data.data(), pitches.data(), nullptr);

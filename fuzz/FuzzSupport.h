@@ -1,7 +1,8 @@
 // What the fuzzers share: frames shaped by the input (any format number, sizes from 0 up,
 // pitch padding or short pitches, either row order, a crop, pixels drawn from the input), whose
-// every plane is its own heap block of exactly rows x pitch bytes, so AddressSanitizer faults on
-// the first byte an effect reads or writes outside a plane; property values; and, by linking it,
+// every plane is its own heap block of rows x pitch bytes between two poisoned guard areas, so
+// AddressSanitizer faults on the first byte an effect reads or writes outside a plane and a
+// snapshot shows any change at all; property values; and, by linking it,
 // every target's LLVMFuzzerInitialize, which sends the library's reports nowhere and silences
 // the log (the fuzzers provoke them by the million).
 #pragma once
@@ -32,17 +33,24 @@ public:
     static std::unique_ptr<FuzzFrame> MakeLike(FuzzedDataProvider& input, FuzzFrame& like);
 
     MediaCore::CVideoFrame& Frame() { return *frame_; }
+    // Every byte of every plane with its guards, and every plane record: what a call that
+    // promises to leave the frame alone must not change.
+    std::vector<uint8_t> Snapshot() const;
+
+    static constexpr size_t kGuard = 32;
 
 private:
     struct FreeBlock {
-        void operator()(uint8_t* block) const { std::free(block); }
+        size_t total;  // guards included
+        void operator()(uint8_t* block) const;
     };
     FuzzFrame(FuzzedDataProvider& input, int format, unsigned width, unsigned height);
 
     int format_;
     unsigned width_, height_;
     std::unique_ptr<MediaCore::CVideoFrame> frame_;
-    std::vector<std::unique_ptr<uint8_t, FreeBlock>> planes_;
+    std::vector<std::unique_ptr<uint8_t, FreeBlock>> planes_;  // guard, rows x pitch, guard
+    std::vector<size_t> sizes_;                                // rows x pitch of each
 };
 
 struct FreeProcessor {

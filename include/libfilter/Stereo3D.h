@@ -62,8 +62,9 @@ public:
     // right view (columns [depth, width)). Both answer true.
     bool MapResultVFFromLeft(int x, int y, int width, int& srcX, int& srcY);
     bool MapResultVFFromRight(int x, int y, int width, int& srcX, int y2);
-    void ConvertRGB2YUV(int r, int g, int b, int& y, int& u, int& v);
-    void ConvertYUV2RGB(int y, int u, int v, int& r, int& g, int& b);
+    // Single-pixel colour conversions. Both answer true.
+    bool ConvertRGB2YUV(int r, int g, int b, int& y, int& u, int& v);
+    bool ConvertYUV2RGB(int y, int u, int v, int& r, int& g, int& b);
 
 private:
     GVideoFrame* RenderFrames(GVideoFrame* left, GVideoFrame* right, GVideoFrame* out);

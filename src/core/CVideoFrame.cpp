@@ -20,6 +20,19 @@ size_t RoundUp16(size_t n) {
     return (n + 15) & ~static_cast<size_t>(15);
 }
 
+// Copies a plane's rows x pitch bytes to `target` (zeros for a plane never given memory),
+// points the plane there and returns the room it took.
+size_t CopyPlaneInto(CVideoFrame::PlaneRecord& plane, unsigned char* target) {
+    const size_t size = size_t{plane.rows} * plane.pitch;
+    if (plane.data != nullptr) {
+        libcore_memcpy(target, plane.data, size);
+    } else {
+        std::memset(target, 0, size);  // a plane never given memory copies as zeros
+    }
+    plane.data = target;
+    return RoundUp16(size);
+}
+
 }  // namespace
 
 CVideoFrame::CVideoFrame(bool freeDeletes, int format, unsigned width, unsigned height,
@@ -71,26 +84,28 @@ CVideoFrame::CVideoFrame(const CVideoFrame& other)
       borderData_(other.borderData_) {
     if (other.subFrame_) subFrame_.reset(other.subFrame_->Clone());
 
+    // Planes with row bytes get their slots first, in plane order. A plane with rows but no
+    // row bytes gets no slot, yet it must not keep pointing at the source's memory, where an
+    // effect filling its rows x pitch bytes would write into the frame it was copied from: its
+    // bytes are copied into a spare area after the slots.
+    const auto hasSlot = [](const PlaneRecord& plane) { return plane.rowBytes != 0; };
+    const auto needsSpare = [](const PlaneRecord& plane) {
+        return plane.rowBytes == 0 && plane.data != nullptr && plane.rows != 0 && plane.pitch != 0;
+    };
     size_t total = 0;
     for (const PlaneRecord& plane : planes_) {
-        if (plane.rowBytes != 0) total += RoundUp16(size_t{plane.rows} * plane.pitch);
+        if (hasSlot(plane) || needsSpare(plane))
+            total += RoundUp16(size_t{plane.rows} * plane.pitch);
     }
     block_.SetAlignment(kBlockAlignment);
     if (total > UINT32_MAX) LF_RAISE(kFile, ErrorText::kMallocFailed);
     block_.Resize(static_cast<unsigned>(total), kFile, __LINE__);
 
-    size_t offset = 0;
-    for (PlaneRecord& plane : planes_) {
-        if (plane.rowBytes == 0) continue;
-        const size_t size = size_t{plane.rows} * plane.pitch;
-        unsigned char* target = block_.Data() + offset;
-        if (plane.data != nullptr) {
-            libcore_memcpy(target, plane.data, size);
-        } else {
-            std::memset(target, 0, size);  // a plane never given memory copies as zeros
+    unsigned char* target = block_.Data();
+    for (const bool spare : {false, true}) {
+        for (PlaneRecord& plane : planes_) {
+            if (spare ? needsSpare(plane) : hasSlot(plane)) target += CopyPlaneInto(plane, target);
         }
-        plane.data = target;
-        offset += RoundUp16(size);
     }
 }
 

@@ -24,9 +24,9 @@ constexpr unsigned kTableEntries = 256;
 // Hosts know a failed table allocation by this line of the effects' source.
 constexpr unsigned kTableAllocationLine = 231;
 
-// Texts that parse to NaN or an infinity count as 0; the rest is held to -100..100.
+// Held to -100..100, infinities included; texts that parse to NaN count as 0.
 double ClampLevel(double value) {
-    if (!std::isfinite(value)) return 0.0;
+    if (std::isnan(value)) return 0.0;
     return std::clamp(value, -100.0, 100.0);
 }
 

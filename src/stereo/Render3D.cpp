@@ -651,20 +651,22 @@ bool C3DRender::MapResultVFFromRight(int x, int, int width, int& srcX, int) {
 }
 
 // 64-bit sums kept to 32 bits, so any input is defined; in range they are the 32-bit sums.
-void C3DRender::ConvertRGB2YUV(int r, int g, int b, int& y, int& u, int& v) {
+bool C3DRender::ConvertRGB2YUV(int r, int g, int b, int& y, int& u, int& v) {
     const int64_t R = r, G = g, B = b;
     y = static_cast<int32_t>(((66 * R + 129 * G + 25 * B + 128) >> 8) + 16);
     u = static_cast<int32_t>(((-38 * R - 74 * G + 112 * B + 128) >> 8) + 128);
     v = static_cast<int32_t>(((112 * R - 94 * G - 18 * B + 128) >> 8) + 128);
+    return true;
 }
 
 // The luma term of g and b is not scaled and they get no rounding constant: hosts depend on
 // these exact values.
-void C3DRender::ConvertYUV2RGB(int y, int u, int v, int& r, int& g, int& b) {
+bool C3DRender::ConvertYUV2RGB(int y, int u, int v, int& r, int& g, int& b) {
     const int64_t Y = int64_t{y} - 16, U = int64_t{u} - 128, V = int64_t{v} - 128;
     r = static_cast<int32_t>((298 * Y + 409 * V + 128) >> 8);
     g = static_cast<int32_t>((Y - 100 * U - 208 * V) >> 8);
     b = static_cast<int32_t>((Y + 516 * U) >> 8);
+    return true;
 }
 
 }  // namespace MediaCore

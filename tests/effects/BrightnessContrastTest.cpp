@@ -39,7 +39,7 @@ FactoryEffect Effect(const Texts& t) {
 double Level(const char* text) {
     double v = 0.0;
     std::sscanf(text, "%lf", &v);
-    return std::isfinite(v) ? std::clamp(v, -100.0, 100.0) : 0.0;
+    return std::isnan(v) ? 0.0 : std::clamp(v, -100.0, 100.0);
 }
 // value moved from centre by scale/256 of its distance, rounded down, then clamped to a byte.
 uint8_t Step(int value, int centre, int scale, int offset) {
@@ -118,6 +118,10 @@ TEST(BrightnessContrast, WorkedValues) {
         {{"0", "0", "-100"}, {0, 100, 200, 7}, {100, 100, 100, 7}, {0, 100, 200}, 127},
         {{"0", "0", "-100"}, {255, 255, 254, 1}, {254, 254, 254, 1}, {0, 100, 200}, 127},
         {{"0", "0", "100"}, {100, 110, 120, 9}, {70, 110, 150, 9}, {0, 100, 200}, 255},
+        // Infinities are out of range like any other value: held to 100 or -100.
+        {{"inf", "0", "0"}, {0, 100, 200, 7}, {255, 255, 255, 7}, {127, 227, 255}, 200},
+        {{"0", "-1e999", "0"}, {0, 100, 200, 7}, {127, 127, 127, 7}, {127, 127, 127}, 200},
+        {{"0", "0", "-inf"}, {0, 100, 200, 7}, {100, 100, 100, 7}, {0, 100, 200}, 127},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(std::string(c.texts[0]) + "/" + c.texts[1] + "/" + c.texts[2]);

@@ -289,6 +289,7 @@ TEST_F(FfmpegTest, InvertRunsInFfmpegLikeTheLibrary) {
 }
 
 TEST_F(FfmpegTest, FilterParamsReachTheEffectsProperties) {
+    unsigned checked = 0;
     for (const EffectDescription* entry : BuiltEffects()) {
         const bool numbers =
             entry->propertyCount > 0 && (entry->properties[0].kind == PropertyKind::Integer ||
@@ -296,7 +297,7 @@ TEST_F(FfmpegTest, FilterParamsReachTheEffectsProperties) {
         if (!numbers || IsRandom(*entry)) continue;
         SCOPED_TRACE(entry->name);
         ExpectSameAsLibrary(*entry, SettingsFor(*entry));
-        return;
+        ++checked;
     }
-    GTEST_SKIP() << "no effect in this build has numeric parameters yet";
+    if (checked == 0) GTEST_SKIP() << "no effect in this build has numeric parameters yet";
 }

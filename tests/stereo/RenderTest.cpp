@@ -91,11 +91,11 @@ TEST(StereoRender, MappingsConversionsAndDepth) {
     EXPECT_EQ(y, 9);
     renderer.MapResultVFFromLeft(5, 0, 0, x, y);  // no width: defined, whatever it gives
     int r, g, b;
-    renderer.ConvertYUV2RGB(16, 128, 128, r, g, b);
+    EXPECT_TRUE(renderer.ConvertYUV2RGB(16, 128, 128, r, g, b));
     EXPECT_EQ(std::vector<int>({r, g, b}), std::vector<int>({0, 0, 0}));
     renderer.ConvertYUV2RGB(235, 128, 128, r, g, b);
     EXPECT_EQ(std::vector<int>({r, g, b}), std::vector<int>({255, 0, 0}));
-    renderer.ConvertRGB2YUV(0, 0, 0, r, g, b);
+    EXPECT_TRUE(renderer.ConvertRGB2YUV(0, 0, 0, r, g, b));
     EXPECT_EQ(std::vector<int>({r, g, b}), std::vector<int>({16, 128, 128}));
     renderer.ConvertRGB2YUV(255, 255, 255, r, g, b);
     EXPECT_EQ(std::vector<int>({r, g, b}), std::vector<int>({235, 128, 128}));
