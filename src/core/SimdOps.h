@@ -67,6 +67,9 @@ namespace MediaCore::Simd {
     template <int n> ATTR static void ShiftRight32(V& r, const V& a) { r = P##srli_epi32(a, n); } \
     /* Signed 16-bit lanes shifted right, copying the sign bit in. */                            \
     template <int n> ATTR static void ShiftRightSigned16(V& r, const V& a) { r = P##srai_epi16(a, n); } \
+    ATTR static void Splat8(V& r, int v) { r = P##set1_epi8(static_cast<char>(v)); }           \
+    ATTR static void MaxU8(V& r, const V& a, const V& b) { r = P##max_epu8(a, b); }              \
+    ATTR static void MinU8(V& r, const V& a, const V& b) { r = P##min_epu8(a, b); }              \
     /* Lanes 0..3 of each 64-bit lane take its lanes i0..i3 (16-bit lanes). */                   \
     template <int i0, int i1, int i2, int i3>                                                    \
     ATTR static void Shuffle16In64(V& r, const V& a) {                                           \
@@ -82,19 +85,35 @@ namespace MediaCore::Simd {
     static constexpr bool kByteShuffle = true;                                                  \
     ATTR static void ShuffleBytes(V& r, const V& a, const V& b) { r = P##shuffle_epi8(a, b); }  \
     ATTR static void MulAddBytes(V& r, const V& a, const V& b) { r = P##maddubs_epi16(a, b); }
+// Comparisons answer all ones in each lane where they hold, else zero: bytes equal, or signed
+// 32-bit lanes a > b. (AVX-512 compares into masks, so its forms widen the mask.)
+#define LF_COMPARE_OPS(ATTR, P)                                                                  \
+    ATTR static void CmpEq8(V& r, const V& a, const V& b) { r = P##cmpeq_epi8(a, b); }          \
+    ATTR static void CmpGt32(V& r, const V& a, const V& b) { r = P##cmpgt_epi32(a, b); }
 // clang-format on
 
 struct Sse2 {
     using V = __m128i;
     static constexpr size_t kBytes = 16;
     static constexpr bool kByteShuffle = false;
+    // Half a vector of bytes from p, each byte doubled (a 2:1 chroma row under its luma).
+    static void LoadDoubledBytes(V& r, const void* p) {
+        const V half = _mm_loadl_epi64(static_cast<const V*>(p));
+        r = _mm_unpacklo_epi8(half, half);
+    }
     LF_VECTOR_OPS(, _mm_, si128)
+    LF_COMPARE_OPS(, _mm_)
 };
 
 struct Avx2 {
     using V = __m256i;
     static constexpr size_t kBytes = 32;
+    LF_TARGET_AVX2 static void LoadDoubledBytes(V& r, const void* p) {
+        const __m128i half = _mm_loadu_si128(static_cast<const __m128i*>(p));
+        r = _mm256_set_m128i(_mm_unpackhi_epi8(half, half), _mm_unpacklo_epi8(half, half));
+    }
     LF_VECTOR_OPS(LF_TARGET_AVX2, _mm256_, si256)
+    LF_COMPARE_OPS(LF_TARGET_AVX2, _mm256_)
     LF_BYTE_SHUFFLE_OPS(LF_TARGET_AVX2, _mm256_)
 };
 
@@ -108,6 +127,16 @@ struct Avx2 {
 struct Avx512 {
     using V = __m512i;
     static constexpr size_t kBytes = 64;
+    LF_TARGET_AVX512 static void LoadDoubledBytes(V& r, const void* p) {
+        const V wide = _mm512_cvtepu8_epi16(_mm256_loadu_si256(static_cast<const __m256i*>(p)));
+        r = _mm512_or_si512(wide, _mm512_slli_epi16(wide, 8));
+    }
+    LF_TARGET_AVX512 static void CmpEq8(V& r, const V& a, const V& b) {
+        r = _mm512_movm_epi8(_mm512_cmpeq_epi8_mask(a, b));
+    }
+    LF_TARGET_AVX512 static void CmpGt32(V& r, const V& a, const V& b) {
+        r = _mm512_maskz_mov_epi32(_mm512_cmpgt_epi32_mask(a, b), _mm512_set1_epi32(-1));
+    }
     LF_VECTOR_OPS(LF_TARGET_AVX512, _mm512_, si512)
     LF_BYTE_SHUFFLE_OPS(LF_TARGET_AVX512, _mm512_)
 };
@@ -117,6 +146,7 @@ struct Avx512 {
 
 #undef LF_VECTOR_OPS
 #undef LF_BYTE_SHUFFLE_OPS
+#undef LF_COMPARE_OPS
 
 template <class K, class... Args>
 LF_KERNEL_SSE2 void RunSse2(Args... args) {

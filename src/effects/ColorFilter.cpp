@@ -4,7 +4,7 @@
 #include "core/Described.h"
 #include "core/Planes.h"
 #include "core/Simd.h"
-#include "core/VectorMap.h"
+#include "core/SimdOps.h"
 #include "libfilter/DirectEffects.h"
 
 namespace MediaCore {
@@ -60,127 +60,91 @@ inline unsigned VectorEnd(const KeyRow& r) {
     return std::min({r.count, r.chromaCount << r.chromaShift, r.alphaCount});
 }
 
-// Unsigned byte ranges by min/max: v is inside [lo, hi] when clamping it changes nothing.
-inline __m128i Inside(__m128i v, __m128i lo, __m128i hi) {
-    return _mm_and_si128(_mm_cmpeq_epi8(_mm_max_epu8(v, lo), v),
-                         _mm_cmpeq_epi8(_mm_min_epu8(v, hi), v));
-}
-
 // The 24-bit colour number fits a signed compare; lo <= hi <= 0xFFFFFF is checked by the caller.
-struct KeyPixels128 {
-    __m128i lo, hi;
-    __m128i operator()(__m128i v) const {
-        const __m128i colourMask = _mm_set1_epi32(0x00FFFFFF);
-        const __m128i colour = _mm_and_si128(v, colourMask);
-        const __m128i outside =
-            _mm_or_si128(_mm_cmpgt_epi32(lo, colour), _mm_cmpgt_epi32(colour, hi));
-        return _mm_and_si128(v, _mm_or_si128(outside, colourMask));
+struct KeyPixelsVectors {
+    template <class I>
+    static void Run(uint8_t* p, size_t bytes, uint32_t lo, uint32_t hi) {
+        using V = typename I::V;
+        V low, high, colourMask;
+        I::Splat32(low, lo);
+        I::Splat32(high, hi);
+        I::Splat32(colourMask, 0x00FFFFFF);
+        Simd::ForEachVector<I>(
+            p, bytes,
+            [&](uint8_t* q) {
+                V px, colour, below, above;
+                I::Load(px, q);
+                I::And(colour, px, colourMask);
+                I::CmpGt32(below, low, colour);
+                I::CmpGt32(above, colour, high);
+                I::Or(below, below, above);
+                I::Or(below, below, colourMask);
+                I::And(px, px, below);
+                I::Store(q, px);
+            },
+            [&](uint8_t* q, size_t n) { KeyPixelsScalar(q, n, lo, hi); });
     }
 };
 
-void KeyPixelsSse2(uint8_t* p, size_t bytes, uint32_t lo, uint32_t hi) {
-    const KeyPixels128 op{_mm_set1_epi32(static_cast<int>(lo)),
-                          _mm_set1_epi32(static_cast<int>(hi))};
-    const size_t done = Simd::MapSse2(p, bytes, op);
-    KeyPixelsScalar(p + done, bytes - done, lo, hi);
-}
-
-void KeyRowSse2(const KeyRow& r, const KeyBounds& b, unsigned begin) {
-    const __m128i ylo = _mm_set1_epi8(static_cast<char>(b.lo[0]));
-    const __m128i yhi = _mm_set1_epi8(static_cast<char>(b.hi[0]));
-    const __m128i ulo = _mm_set1_epi8(static_cast<char>(b.lo[1]));
-    const __m128i uhi = _mm_set1_epi8(static_cast<char>(b.hi[1]));
-    const __m128i vlo = _mm_set1_epi8(static_cast<char>(b.lo[2]));
-    const __m128i vhi = _mm_set1_epi8(static_cast<char>(b.hi[2]));
-    const unsigned end = VectorEnd(r);
-    unsigned x = begin;
-    for (; x + 16 <= end; x += 16) {
-        __m128i u, v;
-        if (r.chromaShift == 0) {
-            u = _mm_loadu_si128(reinterpret_cast<const __m128i*>(r.u + x));
-            v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(r.v + x));
-        } else {
-            // Eight chroma samples, each doubled to cover its two Y samples.
-            u = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(r.u + x / 2));
-            v = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(r.v + x / 2));
-            u = _mm_unpacklo_epi8(u, u);
-            v = _mm_unpacklo_epi8(v, v);
-        }
-        const __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i*>(r.y + x));
-        const __m128i keyed = _mm_and_si128(
-            Inside(y, ylo, yhi), _mm_and_si128(Inside(u, ulo, uhi), Inside(v, vlo, vhi)));
-        auto* a = reinterpret_cast<__m128i*>(r.a + x);
-        _mm_storeu_si128(a, _mm_andnot_si128(keyed, _mm_loadu_si128(a)));
+struct KeyRowVectors {
+    // All ones in each byte of v inside [lo, hi]: clamping it there changes nothing.
+    template <class I>
+    static void Inside(typename I::V& r, const typename I::V& v, const typename I::V (&bounds)[2]) {
+        typename I::V clamped;
+        I::MaxU8(clamped, v, bounds[0]);
+        I::CmpEq8(clamped, clamped, v);
+        I::MinU8(r, v, bounds[1]);
+        I::CmpEq8(r, r, v);
+        I::And(r, r, clamped);
     }
-    KeyRowScalar(r, b, x);
-}
 
-LF_TARGET_AVX2 inline __m256i Inside(__m256i v, __m256i lo, __m256i hi) {
-    return _mm256_and_si256(_mm256_cmpeq_epi8(_mm256_max_epu8(v, lo), v),
-                            _mm256_cmpeq_epi8(_mm256_min_epu8(v, hi), v));
-}
-
-struct KeyPixels256 {
-    __m256i lo, hi;
-    LF_TARGET_AVX2 __m256i operator()(__m256i v) const {
-        const __m256i colourMask = _mm256_set1_epi32(0x00FFFFFF);
-        const __m256i colour = _mm256_and_si256(v, colourMask);
-        const __m256i outside =
-            _mm256_or_si256(_mm256_cmpgt_epi32(lo, colour), _mm256_cmpgt_epi32(colour, hi));
-        return _mm256_and_si256(v, _mm256_or_si256(outside, colourMask));
+    template <class I>
+    static void Run(const KeyRow& r, const KeyBounds& b, unsigned begin) {
+        using V = typename I::V;
+        V bounds[3][2];
+        for (int c = 0; c < 3; ++c) {
+            I::Splat8(bounds[c][0], b.lo[c]);
+            I::Splat8(bounds[c][1], b.hi[c]);
+        }
+        const unsigned end = VectorEnd(r);
+        unsigned x = begin;
+        for (; x + I::kBytes <= end; x += I::kBytes) {
+            V y, u, v, keyed, inside, alpha;
+            if (r.chromaShift == 0) {
+                I::Load(u, r.u + x);
+                I::Load(v, r.v + x);
+            } else {
+                I::LoadDoubledBytes(u, r.u + x / 2);
+                I::LoadDoubledBytes(v, r.v + x / 2);
+            }
+            I::Load(y, r.y + x);
+            Inside<I>(keyed, y, bounds[0]);
+            Inside<I>(inside, u, bounds[1]);
+            I::And(keyed, keyed, inside);
+            Inside<I>(inside, v, bounds[2]);
+            I::And(keyed, keyed, inside);
+            I::Load(alpha, r.a + x);
+            I::AndNot(alpha, keyed, alpha);
+            I::Store(r.a + x, alpha);
+        }
+        KeyRowScalar(r, b, x);
     }
 };
-
-LF_TARGET_AVX2 void KeyPixelsAvx2(uint8_t* p, size_t bytes, uint32_t lo, uint32_t hi) {
-    const KeyPixels256 op{_mm256_set1_epi32(static_cast<int>(lo)),
-                          _mm256_set1_epi32(static_cast<int>(hi))};
-    const size_t done = Simd::MapAvx2(p, bytes, op);
-    KeyPixelsScalar(p + done, bytes - done, lo, hi);
-}
-
-LF_TARGET_AVX2 void KeyRowAvx2(const KeyRow& r, const KeyBounds& b, unsigned begin) {
-    const __m256i ylo = _mm256_set1_epi8(static_cast<char>(b.lo[0]));
-    const __m256i yhi = _mm256_set1_epi8(static_cast<char>(b.hi[0]));
-    const __m256i ulo = _mm256_set1_epi8(static_cast<char>(b.lo[1]));
-    const __m256i uhi = _mm256_set1_epi8(static_cast<char>(b.hi[1]));
-    const __m256i vlo = _mm256_set1_epi8(static_cast<char>(b.lo[2]));
-    const __m256i vhi = _mm256_set1_epi8(static_cast<char>(b.hi[2]));
-    const unsigned end = VectorEnd(r);
-    unsigned x = begin;
-    for (; x + 32 <= end; x += 32) {
-        __m256i u, v;
-        if (r.chromaShift == 0) {
-            u = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(r.u + x));
-            v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(r.v + x));
-        } else {
-            const __m128i hu = _mm_loadu_si128(reinterpret_cast<const __m128i*>(r.u + x / 2));
-            const __m128i hv = _mm_loadu_si128(reinterpret_cast<const __m128i*>(r.v + x / 2));
-            u = _mm256_set_m128i(_mm_unpackhi_epi8(hu, hu), _mm_unpacklo_epi8(hu, hu));
-            v = _mm256_set_m128i(_mm_unpackhi_epi8(hv, hv), _mm_unpacklo_epi8(hv, hv));
-        }
-        const __m256i y = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(r.y + x));
-        const __m256i keyed = _mm256_and_si256(
-            Inside(y, ylo, yhi), _mm256_and_si256(Inside(u, ulo, uhi), Inside(v, vlo, vhi)));
-        auto* a = reinterpret_cast<__m256i*>(r.a + x);
-        _mm256_storeu_si256(a, _mm256_andnot_si256(keyed, _mm256_loadu_si256(a)));
-    }
-    KeyRowSse2(r, b, x);
-}
 #endif
 
 constexpr Simd::Variant<KeyPixelsFn> kKeyPixels[] = {
     {Simd::kScalar, KeyPixelsScalar},
 #if LF_X86_64
-    {Simd::kSse2, KeyPixelsSse2},
-    {Simd::kAvx2, KeyPixelsAvx2},
+    {Simd::kSse2, Simd::RunSse2<KeyPixelsVectors>},
+    {Simd::kAvx2, Simd::RunAvx2<KeyPixelsVectors>},
 #endif
 };
 
 constexpr Simd::Variant<KeyRowFn> kKeyRow[] = {
     {Simd::kScalar, KeyRowScalar},
 #if LF_X86_64
-    {Simd::kSse2, KeyRowSse2},
-    {Simd::kAvx2, KeyRowAvx2},
+    {Simd::kSse2, Simd::RunSse2<KeyRowVectors>},
+    {Simd::kAvx2, Simd::RunAvx2<KeyRowVectors>},
 #endif
 };
 

@@ -2,7 +2,7 @@
 #include "core/Described.h"
 #include "core/Planes.h"
 #include "core/Simd.h"
-#include "core/VectorMap.h"
+#include "core/SimdOps.h"
 #include "libfilter/DirectEffects.h"
 
 namespace MediaCore {
@@ -32,71 +32,70 @@ void ScalePixelsScalar(uint8_t* p, size_t bytes, uint32_t scale) {
 // Bits 8 to 15 of a * scale depend only on the low 16 bits of the scale, so a 16-bit multiply
 // gives the result byte in its high half: for a byte at the bottom of a 16-bit lane the high
 // half is shifted down, for a byte already at the top it is kept in place.
-struct ScaleBytes128 {
-    __m128i s;
-    __m128i operator()(__m128i v) const {
-        const __m128i low = _mm_and_si128(v, _mm_set1_epi16(0x00FF));
-        const __m128i lowScaled = _mm_srli_epi16(_mm_mullo_epi16(low, s), 8);
-        const __m128i highScaled = _mm_mullo_epi16(_mm_srli_epi16(v, 8), s);
-        return _mm_or_si128(lowScaled, _mm_and_si128(highScaled, _mm_set1_epi16(-256)));
+struct ScaleBytesVectors {
+    template <class I>
+    static void Run(uint8_t* p, size_t bytes, uint32_t scale) {
+        using V = typename I::V;
+        V s, low, high;
+        I::Splat16(s, static_cast<int>(scale));
+        I::Splat16(low, 0x00FF);
+        I::Splat16(high, 0xFF00);
+        Simd::ForEachVector<I>(
+            p, bytes,
+            [&](uint8_t* q) {
+                V v, bottom, top;
+                I::Load(v, q);
+                I::And(bottom, v, low);
+                I::MulLo16(bottom, bottom, s);
+                I::template ShiftRight16<8>(bottom, bottom);
+                I::template ShiftRight16<8>(top, v);
+                I::MulLo16(top, top, s);
+                I::And(top, top, high);
+                I::Or(v, bottom, top);
+                I::Store(q, v);
+            },
+            [&](uint8_t* q, size_t n) { ScaleBytesScalar(q, n, scale); });
     }
 };
 
 // The alpha byte tops the high 16-bit lane of each pixel.
-struct ScalePixels128 {
-    __m128i s;
-    __m128i operator()(__m128i v) const {
-        const __m128i scaled = _mm_mullo_epi16(_mm_srli_epi16(v, 8), s);
-        const __m128i alpha = _mm_set1_epi32(static_cast<int>(0xFF000000u));
-        return _mm_or_si128(_mm_andnot_si128(alpha, v), _mm_and_si128(scaled, alpha));
+struct ScalePixelsVectors {
+    template <class I>
+    static void Run(uint8_t* p, size_t bytes, uint32_t scale) {
+        using V = typename I::V;
+        V s, alpha;
+        I::Splat16(s, static_cast<int>(scale));
+        I::Splat32(alpha, 0xFF000000u);
+        Simd::ForEachVector<I>(
+            p, bytes,
+            [&](uint8_t* q) {
+                V v, scaled;
+                I::Load(v, q);
+                I::template ShiftRight16<8>(scaled, v);
+                I::MulLo16(scaled, scaled, s);
+                I::And(scaled, scaled, alpha);
+                I::AndNot(v, alpha, v);
+                I::Or(v, v, scaled);
+                I::Store(q, v);
+            },
+            [&](uint8_t* q, size_t n) { ScalePixelsScalar(q, n, scale); });
     }
 };
-
-struct ScaleBytes256 {
-    __m256i s;
-    LF_TARGET_AVX2 __m256i operator()(__m256i v) const {
-        const __m256i low = _mm256_and_si256(v, _mm256_set1_epi16(0x00FF));
-        const __m256i lowScaled = _mm256_srli_epi16(_mm256_mullo_epi16(low, s), 8);
-        const __m256i highScaled = _mm256_mullo_epi16(_mm256_srli_epi16(v, 8), s);
-        return _mm256_or_si256(lowScaled, _mm256_and_si256(highScaled, _mm256_set1_epi16(-256)));
-    }
-};
-
-struct ScalePixels256 {
-    __m256i s;
-    LF_TARGET_AVX2 __m256i operator()(__m256i v) const {
-        const __m256i scaled = _mm256_mullo_epi16(_mm256_srli_epi16(v, 8), s);
-        const __m256i alpha = _mm256_set1_epi32(static_cast<int>(0xFF000000u));
-        return _mm256_or_si256(_mm256_andnot_si256(alpha, v), _mm256_and_si256(scaled, alpha));
-    }
-};
-
-template <class Op, ScaleSpanFn Tail>
-void ScaleSse2(uint8_t* p, size_t bytes, uint32_t scale) {
-    const size_t done = Simd::MapSse2(p, bytes, Op{_mm_set1_epi16(static_cast<short>(scale))});
-    Tail(p + done, bytes - done, scale);
-}
-
-template <class Op, ScaleSpanFn Tail>
-LF_TARGET_AVX2 void ScaleAvx2(uint8_t* p, size_t bytes, uint32_t scale) {
-    const size_t done = Simd::MapAvx2(p, bytes, Op{_mm256_set1_epi16(static_cast<short>(scale))});
-    Tail(p + done, bytes - done, scale);
-}
 #endif
 
 constexpr Simd::Variant<ScaleSpanFn> kScaleBytes[] = {
     {Simd::kScalar, ScaleBytesScalar},
 #if LF_X86_64
-    {Simd::kSse2, ScaleSse2<ScaleBytes128, ScaleBytesScalar>},
-    {Simd::kAvx2, ScaleAvx2<ScaleBytes256, ScaleBytesScalar>},
+    {Simd::kSse2, Simd::RunSse2<ScaleBytesVectors>},
+    {Simd::kAvx2, Simd::RunAvx2<ScaleBytesVectors>},
 #endif
 };
 
 constexpr Simd::Variant<ScaleSpanFn> kScalePixels[] = {
     {Simd::kScalar, ScalePixelsScalar},
 #if LF_X86_64
-    {Simd::kSse2, ScaleSse2<ScalePixels128, ScalePixelsScalar>},
-    {Simd::kAvx2, ScaleAvx2<ScalePixels256, ScalePixelsScalar>},
+    {Simd::kSse2, Simd::RunSse2<ScalePixelsVectors>},
+    {Simd::kAvx2, Simd::RunAvx2<ScalePixelsVectors>},
 #endif
 };
 
