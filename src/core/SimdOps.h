@@ -101,6 +101,14 @@ struct Sse2 {
         const V half = _mm_loadl_epi64(static_cast<const V*>(p));
         r = _mm_unpacklo_epi8(half, half);
     }
+    // The even bytes (or 32-bit lanes) of a, then those of b, in order.
+    static void EvenBytes(V& r, const V& a, const V& b) {
+        const V low = _mm_set1_epi16(0x00FF);
+        r = _mm_packus_epi16(_mm_and_si128(a, low), _mm_and_si128(b, low));
+    }
+    static void EvenLanes32(V& r, const V& a, const V& b) {
+        r = _mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(a), _mm_castsi128_ps(b), 0x88));
+    }
     LF_VECTOR_OPS(, _mm_, si128)
     LF_COMPARE_OPS(, _mm_)
 };
@@ -111,6 +119,16 @@ struct Avx2 {
     LF_TARGET_AVX2 static void LoadDoubledBytes(V& r, const void* p) {
         const __m128i half = _mm_loadu_si128(static_cast<const __m128i*>(p));
         r = _mm256_set_m128i(_mm_unpackhi_epi8(half, half), _mm_unpacklo_epi8(half, half));
+    }
+    LF_TARGET_AVX2 static void EvenBytes(V& r, const V& a, const V& b) {
+        const V low = _mm256_set1_epi16(0x00FF);
+        r = _mm256_packus_epi16(_mm256_and_si256(a, low), _mm256_and_si256(b, low));
+        r = _mm256_permute4x64_epi64(r, 0xD8);
+    }
+    LF_TARGET_AVX2 static void EvenLanes32(V& r, const V& a, const V& b) {
+        const __m256 picked =
+            _mm256_shuffle_ps(_mm256_castsi256_ps(a), _mm256_castsi256_ps(b), 0x88);
+        r = _mm256_permute4x64_epi64(_mm256_castps_si256(picked), 0xD8);
     }
     LF_VECTOR_OPS(LF_TARGET_AVX2, _mm256_, si256)
     LF_COMPARE_OPS(LF_TARGET_AVX2, _mm256_)

@@ -3,12 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
-#include "core/Simd.h"
+#include "core/SimdOps.h"
 #include "stereo/StereoRender.h"
-
-#if LF_X86_64
-#include <immintrin.h>
-#endif
 
 namespace MediaCore::stereo {
 
@@ -35,68 +31,43 @@ void DecimatePixelsScalar(uint8_t* dst, const uint8_t* src, size_t count) {
 #if LF_X86_64
 // The vector forms stop one element short of the end, so a block never reads the byte after
 // the last element it needs (which an odd row does not have), and leave the rest to the rule.
-void DecimateBytesSse2(uint8_t* dst, const uint8_t* src, size_t count) {
-    const __m128i low = _mm_set1_epi16(0x00FF);
-    size_t i = 0;
-    for (; i + 16 < count; i += 16) {
-        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + 2 * i));
-        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + 2 * i + 16));
-        const __m128i packed = _mm_packus_epi16(_mm_and_si128(a, low), _mm_and_si128(b, low));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i), packed);
+// Elements are bytes (Unit 1) or BGRA pixels (Unit 4).
+template <unsigned Unit>
+struct DecimateVectors {
+    template <class I>
+    static void Run(uint8_t* dst, const uint8_t* src, size_t count) {
+        constexpr size_t kStep = I::kBytes / Unit;
+        size_t i = 0;
+        for (; i + kStep < count; i += kStep) {
+            typename I::V a, b;
+            I::Load(a, src + 2 * i * Unit);
+            I::Load(b, src + 2 * i * Unit + I::kBytes);
+            if constexpr (Unit == 1) {
+                I::EvenBytes(a, a, b);
+            } else {
+                I::EvenLanes32(a, a, b);
+            }
+            I::Store(dst + i * Unit, a);
+        }
+        (Unit == 1 ? DecimateBytesScalar : DecimatePixelsScalar)(dst + i * Unit, src + 2 * i * Unit,
+                                                                 count - i);
     }
-    DecimateBytesScalar(dst + i, src + 2 * i, count - i);
-}
-
-void DecimatePixelsSse2(uint8_t* dst, const uint8_t* src, size_t count) {
-    size_t i = 0;
-    for (; i + 4 < count; i += 4) {
-        const __m128 a = _mm_loadu_ps(reinterpret_cast<const float*>(src + 8 * i));
-        const __m128 b = _mm_loadu_ps(reinterpret_cast<const float*>(src + 8 * i + 16));
-        _mm_storeu_ps(reinterpret_cast<float*>(dst + 4 * i), _mm_shuffle_ps(a, b, 0x88));
-    }
-    DecimatePixelsScalar(dst + 4 * i, src + 8 * i, count - i);
-}
-
-LF_TARGET_AVX2 void DecimateBytesAvx2(uint8_t* dst, const uint8_t* src, size_t count) {
-    const __m256i low = _mm256_set1_epi16(0x00FF);
-    size_t i = 0;
-    for (; i + 32 < count; i += 32) {
-        const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + 2 * i));
-        const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + 2 * i + 32));
-        const __m256i packed =
-            _mm256_packus_epi16(_mm256_and_si256(a, low), _mm256_and_si256(b, low));
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + i),
-                            _mm256_permute4x64_epi64(packed, 0xD8));
-    }
-    DecimateBytesSse2(dst + i, src + 2 * i, count - i);
-}
-
-LF_TARGET_AVX2 void DecimatePixelsAvx2(uint8_t* dst, const uint8_t* src, size_t count) {
-    size_t i = 0;
-    for (; i + 8 < count; i += 8) {
-        const __m256 a = _mm256_loadu_ps(reinterpret_cast<const float*>(src + 8 * i));
-        const __m256 b = _mm256_loadu_ps(reinterpret_cast<const float*>(src + 8 * i + 32));
-        const __m256d picked = _mm256_castps_pd(_mm256_shuffle_ps(a, b, 0x88));
-        _mm256_storeu_ps(reinterpret_cast<float*>(dst + 4 * i),
-                         _mm256_castpd_ps(_mm256_permute4x64_pd(picked, 0xD8)));
-    }
-    DecimatePixelsSse2(dst + 4 * i, src + 8 * i, count - i);
-}
+};
 #endif
 
 constexpr Simd::Variant<DecimateFn> kDecimateBytes[] = {
     {Simd::kScalar, DecimateBytesScalar},
 #if LF_X86_64
-    {Simd::kSse2, DecimateBytesSse2},
-    {Simd::kAvx2, DecimateBytesAvx2},
+    {Simd::kSse2, Simd::RunSse2<DecimateVectors<1>>},
+    {Simd::kAvx2, Simd::RunAvx2<DecimateVectors<1>>},
 #endif
 };
 
 constexpr Simd::Variant<DecimateFn> kDecimatePixels[] = {
     {Simd::kScalar, DecimatePixelsScalar},
 #if LF_X86_64
-    {Simd::kSse2, DecimatePixelsSse2},
-    {Simd::kAvx2, DecimatePixelsAvx2},
+    {Simd::kSse2, Simd::RunSse2<DecimateVectors<4>>},
+    {Simd::kAvx2, Simd::RunAvx2<DecimateVectors<4>>},
 #endif
 };
 
