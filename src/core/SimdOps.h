@@ -109,6 +109,14 @@ struct Sse2 {
     static void EvenLanes32(V& r, const V& a, const V& b) {
         r = _mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(a), _mm_castsi128_ps(b), 0x88));
     }
+    // The bytes (or 32-bit lanes) of a in reverse order. SSE2 has no byte shuffle: reverse the
+    // dwords, then the words in each dword, then the bytes in each word.
+    static void ReverseBytes(V& r, const V& a) {
+        r = _mm_shuffle_epi32(a, 0x1B);
+        r = _mm_shufflehi_epi16(_mm_shufflelo_epi16(r, 0xB1), 0xB1);
+        r = _mm_or_si128(_mm_slli_epi16(r, 8), _mm_srli_epi16(r, 8));
+    }
+    static void ReverseLanes32(V& r, const V& a) { r = _mm_shuffle_epi32(a, 0x1B); }
     LF_VECTOR_OPS(, _mm_, si128)
     LF_COMPARE_OPS(, _mm_)
 };
@@ -129,6 +137,15 @@ struct Avx2 {
         const __m256 picked =
             _mm256_shuffle_ps(_mm256_castsi256_ps(a), _mm256_castsi256_ps(b), 0x88);
         r = _mm256_permute4x64_epi64(_mm256_castps_si256(picked), 0xD8);
+    }
+    // The bytes inside each 16-byte block reversed, then the blocks exchanged.
+    LF_TARGET_AVX2 static void ReverseBytes(V& r, const V& a) {
+        const V block = _mm256_setr_epi8(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0, 15,
+                                         14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0);
+        r = _mm256_permute4x64_epi64(_mm256_shuffle_epi8(a, block), 0x4E);
+    }
+    LF_TARGET_AVX2 static void ReverseLanes32(V& r, const V& a) {
+        r = _mm256_permutevar8x32_epi32(a, _mm256_setr_epi32(7, 6, 5, 4, 3, 2, 1, 0));
     }
     LF_VECTOR_OPS(LF_TARGET_AVX2, _mm256_, si256)
     LF_COMPARE_OPS(LF_TARGET_AVX2, _mm256_)

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "core/Described.h"
+#include "core/Exchange.h"
 #include "core/PlaneFill.h"
 #include "core/Planes.h"
 #include "core/Simd.h"
@@ -139,16 +140,11 @@ bool ToneFrame(GVideoFrame* frame, const Tone& tone, uint8_t u, uint8_t v) {
 // ---- Flip colour: red and blue exchanged (packed), the chroma planes exchanged (planar) ----
 
 using SwapRedBlueFn = void (*)(uint8_t* p, size_t bytes);
-using ExchangeFn = void (*)(uint8_t* a, uint8_t* b, size_t bytes);
 
 // Spans hold whole pixels.
 void SwapRedBlueScalar(uint8_t* p, size_t bytes) {
     for (size_t i = 0; i + 4 <= bytes; i += 4)
         std::swap(p[i], p[i + 2]);
-}
-
-void ExchangeScalar(uint8_t* a, uint8_t* b, size_t bytes) {
-    std::swap_ranges(a, a + bytes, b);
 }
 
 #if LF_X86_64
@@ -178,22 +174,6 @@ struct SwapRedBlueVectors {
     }
 };
 
-// Exchanging only moves memory; AVX-512 measured no faster than AVX2 here, so it has no form.
-struct ExchangeVectors {
-    template <class I>
-    static void Run(uint8_t* a, uint8_t* b, size_t bytes) {
-        size_t i = 0;
-        for (; i + I::kBytes <= bytes; i += I::kBytes) {
-            typename I::V x, y;
-            I::Load(x, a + i);
-            I::Load(y, b + i);
-            I::Store(a + i, y);
-            I::Store(b + i, x);
-        }
-        ExchangeScalar(a + i, b + i, bytes - i);
-    }
-};
-
 #endif
 
 constexpr Simd::Variant<SwapRedBlueFn> kSwapRedBlue[] = {
@@ -204,21 +184,13 @@ constexpr Simd::Variant<SwapRedBlueFn> kSwapRedBlue[] = {
 #endif
 };
 
-constexpr Simd::Variant<ExchangeFn> kExchange[] = {
-    {Simd::kScalar, ExchangeScalar},
-#if LF_X86_64
-    {Simd::kSse2, Simd::RunSse2<ExchangeVectors>},
-    {Simd::kAvx2, Simd::RunAvx2<ExchangeVectors>},
-#endif
-};
-
 // Plane 1's rows and row width set the extent, each plane walking by its own pitch; the
 // exchange stops where plane 2's memory ends.
 void ExchangeChroma(GVideoFrame* frame) {
     const Plane u = GetPlane(frame, 1);
     const Plane v = GetPlane(frame, 2);
     if (u.Empty() || v.data == nullptr) return;
-    const ExchangeFn exchange = Simd::Pick(kExchange);
+    const ExchangeFn exchange = PickExchange();
     const unsigned rows = std::min(u.rows, v.rows);
     const size_t bytes = std::min(u.rowBytes, v.pitch);
     for (unsigned y = 0; y < rows; ++y)
