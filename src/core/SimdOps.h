@@ -53,10 +53,15 @@ namespace MediaCore::Simd {
     ATTR static void MulAddPairs16(V& r, const V& a, const V& b) { r = P##madd_epi16(a, b); }   \
     /* Each 64-bit lane: the sum of its eight bytes, in its low 16 bits. */                      \
     ATTR static void SumBytes64(V& r, const V& a) { r = P##sad_epu8(a, P##setzero_##SI()); }    \
-    /* Bytes of a and b interleaved into 16-bit lanes (a low), within each 128-bit block. */    \
+    /* Lanes of a and b interleaved (a first), within each 128-bit block. */                   \
     ATTR static void UnpackLo8(V& r, const V& a, const V& b) { r = P##unpacklo_epi8(a, b); }    \
     ATTR static void UnpackHi8(V& r, const V& a, const V& b) { r = P##unpackhi_epi8(a, b); }    \
+    ATTR static void UnpackLo16(V& r, const V& a, const V& b) { r = P##unpacklo_epi16(a, b); }  \
+    ATTR static void UnpackHi16(V& r, const V& a, const V& b) { r = P##unpackhi_epi16(a, b); }  \
     ATTR static void UnpackLo32(V& r, const V& a, const V& b) { r = P##unpacklo_epi32(a, b); }  \
+    ATTR static void UnpackHi32(V& r, const V& a, const V& b) { r = P##unpackhi_epi32(a, b); }  \
+    ATTR static void UnpackLo64(V& r, const V& a, const V& b) { r = P##unpacklo_epi64(a, b); }  \
+    ATTR static void UnpackHi64(V& r, const V& a, const V& b) { r = P##unpackhi_epi64(a, b); }  \
     /* Signed 16-bit lanes of a then b, clamped to 0..255, within each 128-bit block. */         \
     ATTR static void PackU8(V& r, const V& a, const V& b) { r = P##packus_epi16(a, b); }        \
     /* The same, clamped to -128..127. */                                                        \

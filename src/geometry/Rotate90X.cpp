@@ -10,12 +10,8 @@
 #include "core/Described.h"
 #include "core/PlaneCopy.h"
 #include "core/Planes.h"
-#include "core/Simd.h"
+#include "core/SimdOps.h"
 #include "libfilter/SystemBase.h"
-
-#if LF_X86_64
-#include <immintrin.h>
-#endif
 
 namespace MediaCore {
 
@@ -87,64 +83,68 @@ void GatherTransposed(uint8_t* out, size_t pitch, const uint8_t* const* rows,
 }
 
 #if LF_X86_64
-// Transposes the 16 x 16 bytes held in m[0..15] (m[j] byte i becomes m[i] byte j).
-void Transpose16(__m128i m[16]) {
-    __m128i t[16];
-    for (int i = 0; i < 8; ++i) {
-        t[i] = _mm_unpacklo_epi8(m[2 * i], m[2 * i + 1]);
-        t[i + 8] = _mm_unpackhi_epi8(m[2 * i], m[2 * i + 1]);
-    }
-    for (int i = 0; i < 4; ++i) {
-        m[i] = _mm_unpacklo_epi16(t[2 * i], t[2 * i + 1]);
-        m[i + 4] = _mm_unpackhi_epi16(t[2 * i], t[2 * i + 1]);
-        m[i + 8] = _mm_unpacklo_epi16(t[8 + 2 * i], t[8 + 2 * i + 1]);
-        m[i + 12] = _mm_unpackhi_epi16(t[8 + 2 * i], t[8 + 2 * i + 1]);
-    }
-    for (int q = 0; q < 4; ++q) {
-        t[4 * q + 0] = _mm_unpacklo_epi32(m[4 * q + 0], m[4 * q + 1]);
-        t[4 * q + 1] = _mm_unpackhi_epi32(m[4 * q + 0], m[4 * q + 1]);
-        t[4 * q + 2] = _mm_unpacklo_epi32(m[4 * q + 2], m[4 * q + 3]);
-        t[4 * q + 3] = _mm_unpackhi_epi32(m[4 * q + 2], m[4 * q + 3]);
-    }
-    for (int q = 0; q < 4; ++q) {
-        m[4 * q + 0] = _mm_unpacklo_epi64(t[4 * q + 0], t[4 * q + 2]);
-        m[4 * q + 1] = _mm_unpackhi_epi64(t[4 * q + 0], t[4 * q + 2]);
-        m[4 * q + 2] = _mm_unpacklo_epi64(t[4 * q + 1], t[4 * q + 3]);
-        m[4 * q + 3] = _mm_unpackhi_epi64(t[4 * q + 1], t[4 * q + 3]);
-    }
-}
-
 // The same gather in 16 x 16 tiles wherever a tile's source columns run in steps of +1 or -1
 // (then 16 loads of 16 bytes and one transpose give the tile), element by element elsewhere.
-void GatherTransposedSse2(uint8_t* out, size_t pitch, const uint8_t* const* rows,
-                          const uint32_t* columns, unsigned rowCount, unsigned columnCount) {
-    const unsigned tiledColumns = columnCount & ~15u;
-    unsigned r = 0;
-    for (; r + 16 <= rowCount; r += 16) {
-        const bool up = columns[r + 15] == columns[r] + 15;
-        const bool down = columns[r] == columns[r + 15] + 15;
-        bool steps = up || down;
-        for (unsigned i = 1; steps && i < 16; ++i)
-            steps = columns[r + i] == (up ? columns[r] + i : columns[r] - i);
-        if (!steps) {
-            GatherTransposed(out, pitch, rows, columns, r, r + 16, 0, columnCount);
-            continue;
+// Tiles are one 16-byte vector wide.
+struct GatherTransposedVectors {
+    // Transposes the 16 x 16 bytes held in m[0..15] (m[j] byte i becomes m[i] byte j).
+    template <class I>
+    static void Transpose16(typename I::V m[16]) {
+        typename I::V t[16];
+        for (int i = 0; i < 8; ++i) {
+            I::UnpackLo8(t[i], m[2 * i], m[2 * i + 1]);
+            I::UnpackHi8(t[i + 8], m[2 * i], m[2 * i + 1]);
         }
-        const uint32_t first = up ? columns[r] : columns[r + 15];
-        for (unsigned c = 0; c < tiledColumns; c += 16) {
-            __m128i m[16];
-            for (unsigned j = 0; j < 16; ++j)
-                m[j] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[c + j] + first));
-            Transpose16(m);
-            for (unsigned i = 0; i < 16; ++i) {
-                uint8_t* line = out + (r + (up ? i : 15 - i)) * pitch + c;
-                _mm_storeu_si128(reinterpret_cast<__m128i*>(line), m[i]);
-            }
+        for (int i = 0; i < 4; ++i) {
+            I::UnpackLo16(m[i], t[2 * i], t[2 * i + 1]);
+            I::UnpackHi16(m[i + 4], t[2 * i], t[2 * i + 1]);
+            I::UnpackLo16(m[i + 8], t[8 + 2 * i], t[8 + 2 * i + 1]);
+            I::UnpackHi16(m[i + 12], t[8 + 2 * i], t[8 + 2 * i + 1]);
         }
-        GatherTransposed(out, pitch, rows, columns, r, r + 16, tiledColumns, columnCount);
+        for (int q = 0; q < 4; ++q) {
+            I::UnpackLo32(t[4 * q + 0], m[4 * q + 0], m[4 * q + 1]);
+            I::UnpackHi32(t[4 * q + 1], m[4 * q + 0], m[4 * q + 1]);
+            I::UnpackLo32(t[4 * q + 2], m[4 * q + 2], m[4 * q + 3]);
+            I::UnpackHi32(t[4 * q + 3], m[4 * q + 2], m[4 * q + 3]);
+        }
+        for (int q = 0; q < 4; ++q) {
+            I::UnpackLo64(m[4 * q + 0], t[4 * q + 0], t[4 * q + 2]);
+            I::UnpackHi64(m[4 * q + 1], t[4 * q + 0], t[4 * q + 2]);
+            I::UnpackLo64(m[4 * q + 2], t[4 * q + 1], t[4 * q + 3]);
+            I::UnpackHi64(m[4 * q + 3], t[4 * q + 1], t[4 * q + 3]);
+        }
     }
-    GatherTransposed(out, pitch, rows, columns, r, rowCount, 0, columnCount);
-}
+
+    template <class I>
+    static void Run(uint8_t* out, size_t pitch, const uint8_t* const* rows, const uint32_t* columns,
+                    unsigned rowCount, unsigned columnCount) {
+        static_assert(I::kBytes == 16, "a tile is one 16-byte vector wide");
+        const unsigned tiledColumns = columnCount & ~15u;
+        unsigned r = 0;
+        for (; r + 16 <= rowCount; r += 16) {
+            const bool up = columns[r + 15] == columns[r] + 15;
+            const bool down = columns[r] == columns[r + 15] + 15;
+            bool steps = up || down;
+            for (unsigned i = 1; steps && i < 16; ++i)
+                steps = columns[r + i] == (up ? columns[r] + i : columns[r] - i);
+            if (!steps) {
+                GatherTransposed(out, pitch, rows, columns, r, r + 16, 0, columnCount);
+                continue;
+            }
+            const uint32_t first = up ? columns[r] : columns[r + 15];
+            for (unsigned c = 0; c < tiledColumns; c += 16) {
+                typename I::V m[16];
+                for (unsigned j = 0; j < 16; ++j)
+                    I::Load(m[j], rows[c + j] + first);
+                Transpose16<I>(m);
+                for (unsigned i = 0; i < 16; ++i)
+                    I::Store(out + (r + (up ? i : 15 - i)) * pitch + c, m[i]);
+            }
+            GatherTransposed(out, pitch, rows, columns, r, r + 16, tiledColumns, columnCount);
+        }
+        GatherTransposed(out, pitch, rows, columns, r, rowCount, 0, columnCount);
+    }
+};
 
 // The rule's result plane by plane: luma is a plain gather; each chroma sample of the result
 // takes the value of the last output pixel that writes it, worked out per chroma row and column.
@@ -161,8 +161,8 @@ void TurnYuvSse2(const TurnGeometry& g, std::vector<const uint8_t*>& rowTable,
             rowTable[c] = sourceRow(c);
         for (unsigned r = 0; r < rowCount; ++r)
             columnTable[r] = sourceColumn(r);
-        GatherTransposedSse2(dst.Row(top) + left, dst.pitch, rowTable.data(), columnTable.data(),
-                             rowCount, columnCount);
+        Simd::RunSse2<GatherTransposedVectors>(dst.Row(top) + left, dst.pitch, rowTable.data(),
+                                               columnTable.data(), rowCount, columnCount);
     };
     const auto sw = static_cast<unsigned>(g.sw), sh = static_cast<unsigned>(g.sh);
     const auto x0 = static_cast<unsigned>(g.x0), y0 = static_cast<unsigned>(g.y0);
