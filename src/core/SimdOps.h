@@ -152,6 +152,15 @@ struct Avx2 {
     LF_TARGET_AVX2 static void ReverseLanes32(V& r, const V& a) {
         r = _mm256_permutevar8x32_epi32(a, _mm256_setr_epi32(7, 6, 5, 4, 3, 2, 1, 0));
     }
+    // Two 16-byte loads into the low and the high block.
+    LF_TARGET_AVX2 static void LoadBlocks(V& r, const void* low, const void* high) {
+        r = _mm256_loadu2_m128i(static_cast<const __m128i*>(high),
+                                static_cast<const __m128i*>(low));
+    }
+    // A store past the caches to a 32-byte aligned address; StreamFence orders it.
+    LF_TARGET_AVX2 static void StoreStreaming(void* p, const V& a) {
+        _mm256_stream_si256(static_cast<V*>(p), a);
+    }
     LF_VECTOR_OPS(LF_TARGET_AVX2, _mm256_, si256)
     LF_COMPARE_OPS(LF_TARGET_AVX2, _mm256_)
     LF_BYTE_SHUFFLE_OPS(LF_TARGET_AVX2, _mm256_)
@@ -187,6 +196,11 @@ struct Avx512 {
 #undef LF_VECTOR_OPS
 #undef LF_BYTE_SHUFFLE_OPS
 #undef LF_COMPARE_OPS
+
+// Makes streamed stores visible before the stores that follow.
+inline void StreamFence() {
+    _mm_sfence();
+}
 
 template <class K, class... Args>
 LF_KERNEL_SSE2 void RunSse2(Args... args) {

@@ -7,13 +7,9 @@
 #include "base/ErrorReport.h"
 #include "core/PlaneCopy.h"
 #include "core/Planes.h"
-#include "core/Simd.h"
+#include "core/SimdOps.h"
 #include "libfilter/CVideoFrame.h"
 #include "libfilter/Stereo3D.h"
-
-#if LF_X86_64
-#include <immintrin.h>
-#endif
 
 namespace MediaCore {
 
@@ -51,50 +47,55 @@ void AnaglyphRowScalar(uint8_t* dst, const uint8_t* near, const uint8_t* far, un
 // block needs 28 readable bytes from the far pixel (`farBytes` says how many there are). A
 // streamed row starts its blocks where the destination is 32-byte aligned; the caller fences the
 // streamed stores once the frame is done.
-LF_TARGET_AVX2 void AnaglyphRowAvx2(uint8_t* dst, const uint8_t* near, const uint8_t* far,
-                                    unsigned pixels, unsigned farBytes, bool redBlue, bool stream) {
-    constexpr char Z = -1;  // shuffle index that writes zero
-    const __m256i farPick = redBlue
-                                ? _mm256_setr_epi8(2, 1, Z, Z, 5, 4, Z, Z, 8, 7, Z, Z, 11, 10, Z, Z,
-                                                   2, 1, Z, Z, 5, 4, Z, Z, 8, 7, Z, Z, 11, 10, Z, Z)
-                                : _mm256_setr_epi8(2, Z, 0, Z, 5, Z, 3, Z, 8, Z, 6, Z, 11, Z, 9, Z,
-                                                   2, Z, 0, Z, 5, Z, 3, Z, 8, Z, 6, Z, 11, Z, 9, Z);
-    const __m256i nearPick =
-        redBlue ? _mm256_setr_epi8(Z, Z, 0, Z, Z, Z, 3, Z, Z, Z, 6, Z, Z, Z, 9, Z, Z, Z, 0, Z, Z, Z,
-                                   3, Z, Z, Z, 6, Z, Z, Z, 9, Z)
-                : _mm256_setr_epi8(Z, 1, Z, Z, Z, 4, Z, Z, Z, 7, Z, Z, Z, 10, Z, Z, Z, 1, Z, Z, Z,
-                                   4, Z, Z, Z, 7, Z, Z, Z, 10, Z, Z);
-    const __m256i alpha = _mm256_set1_epi32(static_cast<int>(0xFF000000u));
-    unsigned x = 0;
-    if (stream) {
-        x = std::min(pixels, static_cast<unsigned>(-reinterpret_cast<uintptr_t>(dst) % 32 / 4));
-        AnaglyphRowScalar(dst, near, far, x, 0, redBlue, false);
-    }
-    for (; x + 8 <= pixels && 3 * x + 28 <= farBytes; x += 8) {
-        const auto* f = reinterpret_cast<const __m128i*>(far + 3 * x);
-        const auto* n = reinterpret_cast<const __m128i*>(near + 3 * x);
-        const __m256i farPixels =
-            _mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(far + 3 * x + 12), f);
-        const __m256i nearPixels =
-            _mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(near + 3 * x + 12), n);
-        auto* d = reinterpret_cast<__m256i*>(dst + 4 * x);
-        const __m256i colour = _mm256_or_si256(_mm256_shuffle_epi8(farPixels, farPick),
-                                               _mm256_shuffle_epi8(nearPixels, nearPick));
+struct AnaglyphRowVectors {
+    static constexpr int8_t Z = -1;  // shuffle index that writes zero
+    // Where each output byte of a block half comes from, in the far and in the near pixels.
+    static constexpr int8_t kFarPick[2][16] = {
+        {2, Z, 0, Z, 5, Z, 3, Z, 8, Z, 6, Z, 11, Z, 9, Z},    // green-magenta
+        {2, 1, Z, Z, 5, 4, Z, Z, 8, 7, Z, Z, 11, 10, Z, Z}};  // red-blue
+    static constexpr int8_t kNearPick[2][16] = {{Z, 1, Z, Z, Z, 4, Z, Z, Z, 7, Z, Z, Z, 10, Z, Z},
+                                                {Z, Z, 0, Z, Z, Z, 3, Z, Z, Z, 6, Z, Z, Z, 9, Z}};
+
+    template <class I>
+    static void Run(uint8_t* dst, const uint8_t* near, const uint8_t* far, unsigned pixels,
+                    unsigned farBytes, bool redBlue, bool stream) {
+        static_assert(I::kBytes == 32, "a block is two 16-byte halves");
+        using V = typename I::V;
+        V farPick, nearPick, alpha;
+        I::LoadBlocks(farPick, kFarPick[redBlue], kFarPick[redBlue]);
+        I::LoadBlocks(nearPick, kNearPick[redBlue], kNearPick[redBlue]);
+        I::Splat32(alpha, 0xFF000000u);
+        unsigned x = 0;
         if (stream) {
-            _mm256_stream_si256(d, colour);
-        } else {
-            _mm256_storeu_si256(
-                d, _mm256_or_si256(colour, _mm256_and_si256(_mm256_loadu_si256(d), alpha)));
+            x = std::min(pixels, static_cast<unsigned>(-reinterpret_cast<uintptr_t>(dst) % 32 / 4));
+            AnaglyphRowScalar(dst, near, far, x, 0, redBlue, false);
         }
+        for (; x + 8 <= pixels && 3 * x + 28 <= farBytes; x += 8) {
+            V farPixels, nearPixels, colour;
+            I::LoadBlocks(farPixels, far + 3 * x, far + 3 * x + 12);
+            I::LoadBlocks(nearPixels, near + 3 * x, near + 3 * x + 12);
+            I::ShuffleBytes(farPixels, farPixels, farPick);
+            I::ShuffleBytes(nearPixels, nearPixels, nearPick);
+            I::Or(colour, farPixels, nearPixels);
+            if (stream) {
+                I::StoreStreaming(dst + 4 * x, colour);
+            } else {
+                V kept;
+                I::Load(kept, dst + 4 * x);
+                I::And(kept, kept, alpha);
+                I::Or(colour, colour, kept);
+                I::Store(dst + 4 * x, colour);
+            }
+        }
+        AnaglyphRowScalar(dst + 4 * x, near + 3 * x, far + 3 * x, pixels - x, 0, redBlue, false);
     }
-    AnaglyphRowScalar(dst + 4 * x, near + 3 * x, far + 3 * x, pixels - x, 0, redBlue, false);
-}
+};
 #endif
 
 constexpr Simd::Variant<AnaglyphRowFn> kAnaglyphRow[] = {
     {Simd::kScalar, AnaglyphRowScalar},
 #if LF_X86_64
-    {Simd::kAvx2, AnaglyphRowAvx2},
+    {Simd::kAvx2, Simd::RunAvx2<AnaglyphRowVectors>},
 #endif
 };
 
@@ -226,7 +227,7 @@ bool C2DToColor3D::ProcessColor3DBGRA(unsigned char* dst, unsigned int width, un
         }
 #if LF_X86_64
         // Streamed stores are weakly ordered: they are made visible before the frame moves on.
-        if (stream) _mm_sfence();
+        if (stream) Simd::StreamFence();
 #endif
         return true;
     });
