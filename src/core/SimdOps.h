@@ -122,6 +122,14 @@ struct Sse2 {
         r = _mm_or_si128(_mm_slli_epi16(r, 8), _mm_srli_epi16(r, 8));
     }
     static void ReverseLanes32(V& r, const V& a) { r = _mm_shuffle_epi32(a, 0x1B); }
+    // Half a vector of bytes from p, zero-extended to 16-bit lanes in order.
+    static void LoadWiden8(V& r, const void* p) {
+        r = _mm_unpacklo_epi8(_mm_loadl_epi64(static_cast<const V*>(p)), _mm_setzero_si128());
+    }
+    // Signed 16-bit lanes clamped to 0..255, stored in order as half a vector of bytes.
+    static void StoreNarrowU8(void* p, const V& a) {
+        _mm_storel_epi64(static_cast<V*>(p), _mm_packus_epi16(a, a));
+    }
     LF_VECTOR_OPS(, _mm_, si128)
     LF_COMPARE_OPS(, _mm_)
 };
@@ -152,6 +160,13 @@ struct Avx2 {
     LF_TARGET_AVX2 static void ReverseLanes32(V& r, const V& a) {
         r = _mm256_permutevar8x32_epi32(a, _mm256_setr_epi32(7, 6, 5, 4, 3, 2, 1, 0));
     }
+    LF_TARGET_AVX2 static void LoadWiden8(V& r, const void* p) {
+        r = _mm256_cvtepu8_epi16(_mm_loadu_si128(static_cast<const __m128i*>(p)));
+    }
+    LF_TARGET_AVX2 static void StoreNarrowU8(void* p, const V& a) {
+        const V packed = _mm256_permute4x64_epi64(_mm256_packus_epi16(a, a), 0xD8);
+        _mm_storeu_si128(static_cast<__m128i*>(p), _mm256_castsi256_si128(packed));
+    }
     // Two 16-byte loads into the low and the high block.
     LF_TARGET_AVX2 static void LoadBlocks(V& r, const void* low, const void* high) {
         r = _mm256_loadu2_m128i(static_cast<const __m128i*>(high),
@@ -179,6 +194,13 @@ struct Avx512 {
     LF_TARGET_AVX512 static void LoadDoubledBytes(V& r, const void* p) {
         const V wide = _mm512_cvtepu8_epi16(_mm256_loadu_si256(static_cast<const __m256i*>(p)));
         r = _mm512_or_si512(wide, _mm512_slli_epi16(wide, 8));
+    }
+    LF_TARGET_AVX512 static void LoadWiden8(V& r, const void* p) {
+        r = _mm512_cvtepu8_epi16(_mm256_loadu_si256(static_cast<const __m256i*>(p)));
+    }
+    LF_TARGET_AVX512 static void StoreNarrowU8(void* p, const V& a) {
+        const V clamped = _mm512_max_epi16(a, _mm512_setzero_si512());
+        _mm256_storeu_si256(static_cast<__m256i*>(p), _mm512_cvtusepi16_epi8(clamped));
     }
     LF_TARGET_AVX512 static void CmpEq8(V& r, const V& a, const V& b) {
         r = _mm512_movm_epi8(_mm512_cmpeq_epi8_mask(a, b));

@@ -8,6 +8,7 @@
 #include "core/LoopForms.h"
 #include "core/Planes.h"
 #include "core/RowWindow.h"
+#include "core/SimdOps.h"
 
 namespace MediaCore {
 
@@ -45,76 +46,100 @@ LF_LOOP_BODY void SharpenRow(const uint8_t* __restrict t, const uint8_t* __restr
 
 // The vector forms go column first: the vertical sums of a chunk of columns are taken once into
 // a stack buffer and shared by the three outputs that use each. The integer sums are the same,
-// so are the bytes. Neighbours are at most 4 bytes apart (packed pixels).
+// so are the bytes. Neighbours are at most 4 bytes apart (packed pixels). Both kernels work in
+// 16-bit lanes, half a vector of samples at a time; the rule's own loop finishes each part.
 constexpr size_t kChunk = 512;
 constexpr size_t kMaxStep = 4;
 
-LF_LOOP_BODY void BlurRowByColumns(const uint8_t* __restrict t, const uint8_t* __restrict m,
-                                   const uint8_t* __restrict b, uint8_t* __restrict out,
-                                   size_t count, size_t step) {
-    uint16_t columns[kChunk + 2 * kMaxStep];
-    for (size_t start = 0; start < count; start += kChunk) {
-        const size_t n = std::min(kChunk, count - start);
-        for (size_t i = 0; i < n + 2 * step; ++i)
-            columns[i] = static_cast<uint16_t>(t[start + i] + 2 * m[start + i] + b[start + i]);
-        for (size_t j = 0; j < n; ++j) {
-            const unsigned sum = columns[j] + 2u * columns[j + step] + columns[j + 2 * step];
-            out[start + j] = static_cast<uint8_t>(sum >> 4);
-        }
-    }
-}
-
-// Ten times the centre less the whole 3x3 sum is nine times the centre less its neighbours.
-LF_LOOP_BODY void SharpenRowByColumns(const uint8_t* __restrict t, const uint8_t* __restrict m,
-                                      const uint8_t* __restrict b, uint8_t* __restrict out,
-                                      size_t count, size_t step) {
-    uint16_t columns[kChunk + 2 * kMaxStep];
-    for (size_t start = 0; start < count; start += kChunk) {
-        const size_t n = std::min(kChunk, count - start);
-        for (size_t i = 0; i < n + 2 * step; ++i)
-            columns[i] = static_cast<uint16_t>(t[start + i] + m[start + i] + b[start + i]);
-        const uint8_t* centre = m + start + step;
-        for (size_t j = 0; j < n; ++j) {
-            // The difference lies within -2295 .. 2550, so 16 bits hold it exactly.
-            const auto v = static_cast<int16_t>(
-                10 * centre[j] - (columns[j] + columns[j + step] + columns[j + 2 * step]));
-            out[start + j] = static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v);
-        }
-    }
-}
-
-#define LF_ROW_FORM(Name, Body, Attribute)                                                  \
-    Attribute void Name(const uint8_t* t, const uint8_t* m, const uint8_t* b, uint8_t* out, \
-                        size_t count, size_t step) {                                        \
-        Body(t, m, b, out, count, step);                                                    \
-    }
-LF_ROW_FORM(BlurRowScalar, BlurRow, LF_SCALAR_RULE)
-LF_ROW_FORM(SharpenRowScalar, SharpenRow, LF_SCALAR_RULE)
 #if LF_X86_64
-LF_ROW_FORM(BlurRowSse2, BlurRowByColumns, )
-LF_ROW_FORM(BlurRowAvx2, BlurRowByColumns, LF_TARGET_AVX2)
-LF_ROW_FORM(BlurRowAvx512, BlurRowByColumns, LF_TARGET_AVX512)
-LF_ROW_FORM(SharpenRowSse2, SharpenRowByColumns, )
-LF_ROW_FORM(SharpenRowAvx2, SharpenRowByColumns, LF_TARGET_AVX2)
-LF_ROW_FORM(SharpenRowAvx512, SharpenRowByColumns, LF_TARGET_AVX512)
+template <bool Sharpen>
+struct Filter3x3Vectors {
+    template <class I>
+    static void Run(const uint8_t* t, const uint8_t* m, const uint8_t* b, uint8_t* out,
+                    size_t count, size_t step) {
+        using V = typename I::V;
+        constexpr size_t kLanes = I::kBytes / 2;
+        uint16_t columns[kChunk + 2 * kMaxStep];
+        V ten;
+        I::Splat16(ten, 10);
+        for (size_t start = 0; start < count; start += kChunk) {
+            const size_t n = std::min(kChunk, count - start);
+            const size_t width = n + 2 * step;
+            size_t i = 0;
+            for (; i + kLanes <= width; i += kLanes) {
+                V top, middle, bottom;
+                I::LoadWiden8(top, t + start + i);
+                I::LoadWiden8(middle, m + start + i);
+                I::LoadWiden8(bottom, b + start + i);
+                if (!Sharpen) I::Add16(middle, middle, middle);
+                I::Add16(top, top, middle);
+                I::Add16(top, top, bottom);
+                I::Store(columns + i, top);
+            }
+            for (; i < width; ++i) {
+                const unsigned middle = Sharpen ? m[start + i] : 2u * m[start + i];
+                columns[i] = static_cast<uint16_t>(t[start + i] + middle + b[start + i]);
+            }
+            size_t j = 0;
+            for (; j + kLanes <= n; j += kLanes) {
+                V left, centre, right;
+                I::Load(left, columns + j);
+                I::Load(centre, columns + j + step);
+                I::Load(right, columns + j + 2 * step);
+                I::Add16(left, left, right);
+                if (Sharpen) {
+                    // Ten times the centre less the whole 3x3 sum, within -2295 .. 2550.
+                    I::Add16(left, left, centre);
+                    I::LoadWiden8(centre, m + start + step + j);
+                    I::MulLo16(centre, centre, ten);
+                    I::Sub16(left, centre, left);
+                } else {
+                    I::Add16(centre, centre, centre);
+                    I::Add16(left, left, centre);
+                    I::template ShiftRight16<4>(left, left);
+                }
+                I::StoreNarrowU8(out + start + j, left);
+            }
+            for (; j < n; ++j)
+                out[start + j] = Sharpen ? SharpenColumns(columns + j, m[start + step + j], step)
+                                         : BlurColumns(columns + j, step);
+        }
+    }
+
+    static uint8_t BlurColumns(const uint16_t* c, size_t step) {
+        return static_cast<uint8_t>((c[0] + 2u * c[step] + c[2 * step]) >> 4);
+    }
+    static uint8_t SharpenColumns(const uint16_t* c, uint8_t centre, size_t step) {
+        const int v = 10 * centre - (c[0] + c[step] + c[2 * step]);
+        return static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v);
+    }
+};
 #endif
+
+#define LF_ROW_FORM(Name, Body)                                                                  \
+    LF_SCALAR_RULE void Name(const uint8_t* t, const uint8_t* m, const uint8_t* b, uint8_t* out, \
+                             size_t count, size_t step) {                                        \
+        Body(t, m, b, out, count, step);                                                         \
+    }
+LF_ROW_FORM(BlurRowScalar, BlurRow)
+LF_ROW_FORM(SharpenRowScalar, SharpenRow)
 #undef LF_ROW_FORM
 
 constexpr Simd::Variant<Filter3x3RowFn> kBlurRow[] = {
     {Simd::kScalar, BlurRowScalar},
 #if LF_X86_64
-    {Simd::kSse2, BlurRowSse2},
-    {Simd::kAvx2, BlurRowAvx2},
-    {Simd::kAvx512, BlurRowAvx512},
+    {Simd::kSse2, Simd::RunSse2<Filter3x3Vectors<false>>},
+    {Simd::kAvx2, Simd::RunAvx2<Filter3x3Vectors<false>>},
+    {Simd::kAvx512, Simd::RunAvx512<Filter3x3Vectors<false>>},
 #endif
 };
 
 constexpr Simd::Variant<Filter3x3RowFn> kSharpenRow[] = {
     {Simd::kScalar, SharpenRowScalar},
 #if LF_X86_64
-    {Simd::kSse2, SharpenRowSse2},
-    {Simd::kAvx2, SharpenRowAvx2},
-    {Simd::kAvx512, SharpenRowAvx512},
+    {Simd::kSse2, Simd::RunSse2<Filter3x3Vectors<true>>},
+    {Simd::kAvx2, Simd::RunAvx2<Filter3x3Vectors<true>>},
+    {Simd::kAvx512, Simd::RunAvx512<Filter3x3Vectors<true>>},
 #endif
 };
 
