@@ -4,13 +4,8 @@
 #include <algorithm>
 #include <cstring>
 
-#include "core/LoopForms.h"
-#include "core/Simd.h"
+#include "core/SimdOps.h"
 #include "stereo/StereoRender.h"
-
-#if LF_X86_64
-#include <immintrin.h>
-#endif
 
 namespace MediaCore::stereo {
 
@@ -66,144 +61,157 @@ void YuvRedBlueScalar(const YuvRedBlueRow& row, unsigned begin, unsigned end) {
 //   G = Yr - Vr + ((42 Yr - 100 Ur + 48 Vr + 34784) >> 8)     remainder 9284 .. 57734
 //   B = Yr + 2 Ur - 277 + ((42 Yr + 4 Ur + 224) >> 8)         remainder 224 .. 11954
 // Even and odd pixels go in separate vectors, so both meet their chroma sample in the same lane
-// and the terms of the chroma alone are formed once for the two. Vectors travel by reference:
-// these bodies are inlined into each form, compiled for its instruction set.
-template <unsigned Bytes>
-struct RedBlueLanes {
-    typedef uint16_t U __attribute__((vector_size(Bytes)));
-    typedef uint8_t Narrow __attribute__((vector_size(Bytes / 2)));
-    static constexpr unsigned kLanes = Bytes / 2;
-
+// and the terms of the chroma alone are formed once for the two.
+struct YuvRedBlueVectors {
+    template <class I>
     struct Weights {
-        U w42, w153, w100, w48, w66, w129, w25, w112, w38, w74, w94, w18;
+        using V = typename I::V;
+        V w42, w153, w100, w48, w66, w129, w25, w112, w38, w74, w94, w18;
     };
     // What a chroma sample adds to its two pixels' colours.
+    template <class I>
     struct Chroma {
-        U rWhole, rPart, vr, gPart, bWhole, bPart;
+        using V = typename I::V;
+        V rWhole, rPart, vr, gPart, bWhole, bPart;
     };
     // One vector of pixels: colours, and the sum whose second byte is the output luma.
+    template <class I>
     struct Colours {
-        U r, g, b, luma;
+        using V = typename I::V;
+        V r, g, b, luma;
     };
-};
 
-// Every lane 1, hidden from the compiler: weights made from it stay multiplies, where the
-// compiler would trade a multiply by a known constant for a chain of shifts and adds. GCC takes
-// the whole vector through an empty asm, which measured fastest; clang checks a vector operand
-// against the caller's instruction set before inlining, so there the lane goes through a
-// general register instead.
-template <class U>
-LF_LOOP_BODY void SetHiddenOne(U& one) {
-#if defined(__clang__)
-    uint16_t lane = 1;
-    __asm__("" : "+r"(lane));
-    one = U{} + lane;
-#else
-    one = U{} + 1;
-    __asm__("" : "+x"(one));
-#endif
-}
-
-// A vector's worth of chroma bytes, zero-extended to 16-bit lanes: one instruction in each form,
-// where the compiler's own widening of a byte vector takes three. Plain inline, so that they are
-// inlined once the block body sits in a form of their instruction set.
-inline void LoadChroma(RedBlueLanes<16>::U& v, const uint8_t* p) {
-    const __m128i bytes = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
-    v = reinterpret_cast<RedBlueLanes<16>::U>(_mm_unpacklo_epi8(bytes, _mm_setzero_si128()));
-}
-
-LF_TARGET_AVX2 inline void LoadChroma(RedBlueLanes<32>::U& v, const uint8_t* p) {
-    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    v = reinterpret_cast<RedBlueLanes<32>::U>(_mm256_cvtepu8_epi16(bytes));
-}
-
-LF_TARGET_AVX512 inline void LoadChroma(RedBlueLanes<64>::U& v, const uint8_t* p) {
-    const __m256i bytes = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
-    v = reinterpret_cast<RedBlueLanes<64>::U>(_mm512_cvtepu8_epi16(bytes));
-}
-
-// The second byte of each lane.
-template <class L>
-LF_LOOP_BODY void StoreSecondBytes(uint8_t* p, const typename L::U& v) {
-    const auto bytes = __builtin_convertvector(v >> 8, typename L::Narrow);
-    std::memcpy(p, &bytes, sizeof bytes);
-}
-
-template <class L>
-LF_LOOP_BODY void RedBlueColours(typename L::Colours& c, const typename L::U& yl,
-                                 const typename L::U& yr, const typename L::Chroma& k,
-                                 const typename L::Weights& w) {
-    const typename L::U t = yr * w.w42;
-    c.r = yl + k.rWhole + ((yl * w.w42 + k.rPart) >> 8);
-    c.g = yr - k.vr + ((t + k.gPart) >> 8);
-    c.b = yr + k.bWhole + ((t + k.bPart) >> 8);
-    c.luma = c.r * w.w66 + c.g * w.w129 + c.b * w.w25 + (128 + (16 << 8));
-}
-
-// Pixels [begin, end) from an even start, two vectors a block; answers where the blocks stop.
-// The chroma samples the blocks reach are inside every chroma row (the caller's `end` sees to
-// it).
-template <unsigned Bytes>
-LF_LOOP_BODY unsigned YuvRedBlueBlocks(const YuvRedBlueRow& row, unsigned begin, unsigned end) {
-    using L = RedBlueLanes<Bytes>;
-    using U = typename L::U;
-    U one;
-    SetHiddenOne(one);
-    const typename L::Weights w{42 * one, 153 * one, 100 * one, 48 * one, 66 * one, 129 * one,
-                                25 * one, 112 * one, 38 * one,  74 * one, 94 * one, 18 * one};
-    unsigned x = begin;
-    for (; x + 2 * L::kLanes <= end; x += 2 * L::kLanes) {
-        const unsigned cx = x >> 1;
-        U vl, ur, vr;
-        LoadChroma(vl, row.vl.data + cx);
-        LoadChroma(ur, row.ur.data + cx);
-        LoadChroma(vr, row.vr.data + cx);
-        typename L::Chroma k;
-        k.rWhole = vl - 223;
-        k.rPart = vl * w.w153 + 96;
-        k.vr = vr;
-        k.gPart = vr * w.w48 - ur * w.w100 + 34784;
-        k.bWhole = ur + ur - 277;
-        k.bPart = (ur << 2) + 224;
-        U yl, yr;
-        std::memcpy(&yl, row.yl + x, Bytes);
-        std::memcpy(&yr, row.yr + x, Bytes);
-        typename L::Colours even, odd;
-        RedBlueColours<L>(even, yl & 0xFF, yr & 0xFF, k, w);
-        RedBlueColours<L>(odd, yl >> 8, yr >> 8, k, w);
-        const U y = (even.luma >> 8) | (odd.luma & 0xFF00);
-        std::memcpy(row.yo + x, &y, Bytes);
-        if (!row.writesChroma) continue;
-        const typename L::Colours& c = even;
-        const U chromaOffset = U{} + (128 + (128 << 8));
-        StoreSecondBytes<L>(row.uo.data + cx,
-                            c.b * w.w112 - c.r * w.w38 - c.g * w.w74 + chromaOffset);
-        StoreSecondBytes<L>(row.vo.data + cx,
-                            c.r * w.w112 - c.g * w.w94 - c.b * w.w18 + chromaOffset);
+    // A weight the compiler cannot see, so its products stay multiplies where the compiler
+    // would trade a multiply by a known constant for a longer chain of shifts and adds.
+    template <class I>
+    static void Weight(typename I::V& r, int weight) {
+        __asm__("" : "+r"(weight));
+        I::Splat16(r, weight);
     }
-    return x;
-}
 
-// Each form finishes the row with the next narrower one.
-void YuvRedBlueSse2(const YuvRedBlueRow& row, unsigned begin, unsigned end) {
-    YuvRedBlueScalar(row, YuvRedBlueBlocks<16>(row, begin, end), end);
-}
+    template <class I>
+    static void Constant(typename I::V& r, int value) {
+        I::Splat16(r, value);
+    }
 
-LF_TARGET_AVX2 void YuvRedBlueAvx2(const YuvRedBlueRow& row, unsigned begin, unsigned end) {
-    YuvRedBlueSse2(row, YuvRedBlueBlocks<32>(row, begin, end), end);
-}
+    template <class I, class V = typename I::V>
+    static void MakeColours(Colours<I>& c, const V& yl, const V& yr, const Chroma<I>& k,
+                            const Weights<I>& w) {
+        V t, part;
+        I::MulLo16(t, yr, w.w42);
+        I::MulLo16(part, yl, w.w42);
+        I::Add16(part, part, k.rPart);
+        I::template ShiftRight16<8>(part, part);
+        I::Add16(c.r, yl, k.rWhole);
+        I::Add16(c.r, c.r, part);
+        I::Add16(part, t, k.gPart);
+        I::template ShiftRight16<8>(part, part);
+        I::Sub16(c.g, yr, k.vr);
+        I::Add16(c.g, c.g, part);
+        I::Add16(part, t, k.bPart);
+        I::template ShiftRight16<8>(part, part);
+        I::Add16(c.b, yr, k.bWhole);
+        I::Add16(c.b, c.b, part);
+        Sum<I>(c.luma, c, w.w66, w.w129, w.w25, 128 + (16 << 8), false);
+    }
 
-LF_TARGET_AVX512 void YuvRedBlueAvx512(const YuvRedBlueRow& row, unsigned begin, unsigned end) {
-    YuvRedBlueAvx2(row, YuvRedBlueBlocks<64>(row, begin, end), end);
-}
+    // r wr + g wg + b wb + offset, the b or the r term subtracted as the weights' signs say.
+    template <class I, class V = typename I::V>
+    static void Sum(V& s, const Colours<I>& c, const V& wr, const V& wg, const V& wb, int offset,
+                    bool chroma, bool vRow = false) {
+        V term, o;
+        Constant<I>(o, offset);
+        if (!chroma) {
+            I::MulLo16(s, c.r, wr);
+            I::MulLo16(term, c.g, wg);
+            I::Add16(s, s, term);
+            I::MulLo16(term, c.b, wb);
+            I::Add16(s, s, term);
+        } else if (!vRow) {  // 112 b - 38 r - 74 g
+            I::MulLo16(s, c.b, wb);
+            I::MulLo16(term, c.r, wr);
+            I::Sub16(s, s, term);
+            I::MulLo16(term, c.g, wg);
+            I::Sub16(s, s, term);
+        } else {  // 112 r - 94 g - 18 b
+            I::MulLo16(s, c.r, wr);
+            I::MulLo16(term, c.g, wg);
+            I::Sub16(s, s, term);
+            I::MulLo16(term, c.b, wb);
+            I::Sub16(s, s, term);
+        }
+        I::Add16(s, s, o);
+    }
+
+    // Pixels [begin, end) from an even start, two vectors a block, then the rule. The chroma
+    // samples the blocks reach are inside every chroma row (the caller's `end` sees to it).
+    template <class I>
+    static void Run(const YuvRedBlueRow& row, unsigned begin, unsigned end) {
+        using V = typename I::V;
+        constexpr unsigned kLanes = I::kBytes / 2;
+        Weights<I> w;
+        Weight<I>(w.w42, 42), Weight<I>(w.w153, 153), Weight<I>(w.w100, 100);
+        Weight<I>(w.w48, 48), Weight<I>(w.w66, 66), Weight<I>(w.w129, 129);
+        Weight<I>(w.w25, 25), Weight<I>(w.w112, 112), Weight<I>(w.w38, 38);
+        Weight<I>(w.w74, 74), Weight<I>(w.w94, 94), Weight<I>(w.w18, 18);
+        V low, high, c223, c96, c34784, c277, c224;
+        Constant<I>(low, 0x00FF), Constant<I>(high, 0xFF00), Constant<I>(c223, 223);
+        Constant<I>(c96, 96), Constant<I>(c34784, 34784), Constant<I>(c277, 277);
+        Constant<I>(c224, 224);
+        unsigned x = begin;
+        for (; x + 2 * kLanes <= end; x += 2 * kLanes) {
+            const unsigned cx = x >> 1;
+            V vl, ur, vr, term;
+            I::LoadWiden8(vl, row.vl.data + cx);
+            I::LoadWiden8(ur, row.ur.data + cx);
+            I::LoadWiden8(vr, row.vr.data + cx);
+            Chroma<I> k;
+            I::Sub16(k.rWhole, vl, c223);
+            I::MulLo16(k.rPart, vl, w.w153);
+            I::Add16(k.rPart, k.rPart, c96);
+            k.vr = vr;
+            I::MulLo16(k.gPart, vr, w.w48);
+            I::MulLo16(term, ur, w.w100);
+            I::Sub16(k.gPart, k.gPart, term);
+            I::Add16(k.gPart, k.gPart, c34784);
+            I::Add16(k.bWhole, ur, ur);
+            I::Sub16(k.bWhole, k.bWhole, c277);
+            I::template ShiftLeft16<2>(k.bPart, ur);
+            I::Add16(k.bPart, k.bPart, c224);
+            V yl, yr, ylOdd, yrOdd;
+            I::Load(yl, row.yl + x);
+            I::Load(yr, row.yr + x);
+            I::template ShiftRight16<8>(ylOdd, yl);
+            I::template ShiftRight16<8>(yrOdd, yr);
+            I::And(yl, yl, low);
+            I::And(yr, yr, low);
+            Colours<I> even, odd;
+            MakeColours<I>(even, yl, yr, k, w);
+            MakeColours<I>(odd, ylOdd, yrOdd, k, w);
+            I::template ShiftRight16<8>(even.luma, even.luma);
+            I::And(odd.luma, odd.luma, high);
+            I::Or(even.luma, even.luma, odd.luma);
+            I::Store(row.yo + x, even.luma);
+            if (!row.writesChroma) continue;
+            V u, v;
+            Sum<I>(u, even, w.w38, w.w74, w.w112, 128 + (128 << 8), true);
+            Sum<I>(v, even, w.w112, w.w94, w.w18, 128 + (128 << 8), true, true);
+            I::template ShiftRight16<8>(u, u);
+            I::template ShiftRight16<8>(v, v);
+            I::StoreNarrowU8(row.uo.data + cx, u);
+            I::StoreNarrowU8(row.vo.data + cx, v);
+        }
+        YuvRedBlueScalar(row, x, end);
+    }
+};
 #endif
 
 constexpr Simd::Variant<YuvRedBlueFn> kYuvRedBlue[] = {
     {Simd::kScalar, YuvRedBlueScalar},
 #if LF_X86_64
-    {Simd::kSse2, YuvRedBlueSse2},
-    {Simd::kAvx2, YuvRedBlueAvx2},
-    {Simd::kAvx512, YuvRedBlueAvx512},
+    {Simd::kSse2, Simd::RunSse2<YuvRedBlueVectors>},
+    {Simd::kAvx2, Simd::RunAvx2<YuvRedBlueVectors>},
+    {Simd::kAvx512, Simd::RunAvx512<YuvRedBlueVectors>},
 #endif
 };
 
