@@ -16,6 +16,14 @@
 #define LF_X86_64 0
 #endif
 
+// Marks a scalar rule: GCC must not vectorise it, so it stays the plain loop the vector forms
+// are compared against.
+#if defined(__clang__)
+#define LF_SCALAR_RULE
+#else
+#define LF_SCALAR_RULE __attribute__((optimize("no-tree-vectorize")))
+#endif
+
 namespace MediaCore::Simd {
 
 enum Level : int { kScalar = 0, kSse2 = 1, kAvx2 = 2, kAvx512 = 3 };

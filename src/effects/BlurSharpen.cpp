@@ -5,7 +5,6 @@
 
 #include "base/ErrorReport.h"
 #include "core/Described.h"
-#include "core/LoopForms.h"
 #include "core/Planes.h"
 #include "core/RowWindow.h"
 #include "core/SimdOps.h"
@@ -19,9 +18,9 @@ constexpr const char* kFile = ErrorFile::kCommonEffects;
 constexpr unsigned kScratchFailureLine = 183;
 
 // Weights 1 2 1 / 2 4 2 / 1 2 1 sum to 16, so the shifted sum is always a byte.
-LF_LOOP_BODY void BlurRow(const uint8_t* __restrict t, const uint8_t* __restrict m,
-                          const uint8_t* __restrict b, uint8_t* __restrict out, size_t count,
-                          size_t step) {
+LF_SCALAR_RULE void BlurRowScalar(const uint8_t* __restrict t, const uint8_t* __restrict m,
+                                  const uint8_t* __restrict b, uint8_t* __restrict out,
+                                  size_t count, size_t step) {
     const uint8_t *t1 = t + step, *m1 = m + step, *b1 = b + step;
     const uint8_t *t2 = t1 + step, *m2 = m1 + step, *b2 = b1 + step;
     for (size_t j = 0; j < count; ++j) {
@@ -32,9 +31,9 @@ LF_LOOP_BODY void BlurRow(const uint8_t* __restrict t, const uint8_t* __restrict
 }
 
 // Nine times the centre less its eight neighbours, clamped to a byte.
-LF_LOOP_BODY void SharpenRow(const uint8_t* __restrict t, const uint8_t* __restrict m,
-                             const uint8_t* __restrict b, uint8_t* __restrict out, size_t count,
-                             size_t step) {
+LF_SCALAR_RULE void SharpenRowScalar(const uint8_t* __restrict t, const uint8_t* __restrict m,
+                                     const uint8_t* __restrict b, uint8_t* __restrict out,
+                                     size_t count, size_t step) {
     const uint8_t *t1 = t + step, *m1 = m + step, *b1 = b + step;
     const uint8_t *t2 = t1 + step, *m2 = m1 + step, *b2 = b1 + step;
     for (size_t j = 0; j < count; ++j) {
@@ -115,15 +114,6 @@ struct Filter3x3Vectors {
     }
 };
 #endif
-
-#define LF_ROW_FORM(Name, Body)                                                                  \
-    LF_SCALAR_RULE void Name(const uint8_t* t, const uint8_t* m, const uint8_t* b, uint8_t* out, \
-                             size_t count, size_t step) {                                        \
-        Body(t, m, b, out, count, step);                                                         \
-    }
-LF_ROW_FORM(BlurRowScalar, BlurRow)
-LF_ROW_FORM(SharpenRowScalar, SharpenRow)
-#undef LF_ROW_FORM
 
 constexpr Simd::Variant<Filter3x3RowFn> kBlurRow[] = {
     {Simd::kScalar, BlurRowScalar},

@@ -2,7 +2,6 @@
 #include "core/Described.h"
 #include "libfilter/EmbossEffect.h"
 
-#include "core/LoopForms.h"
 #include "core/Planes.h"
 #include "core/SimdOps.h"
 #include "libfilter/Siblings.h"
