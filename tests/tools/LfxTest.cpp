@@ -50,9 +50,10 @@ protected:
 
     // Runs lfx with `arguments` in the test's folder; its output goes beside the files.
     Outcome Lfx(const std::string& arguments) {
-        const std::string command =
-            std::string("cd '") + dir_.string() + "' && '" LFX_PROGRAM "' " + arguments + " >../" +
-            dir_.filename().string() + ".out 2>../" + dir_.filename().string() + ".err";
+        const std::string command = std::string("cd '") + dir_.string() +
+                                    "' && '" LFX_PROGRAM "' " + arguments + " </dev/null >../" +
+                                    dir_.filename().string() + ".out 2>../" +
+                                    dir_.filename().string() + ".err";
         const int status = std::system(command.c_str());
         const fs::path out = dir_.parent_path() / (dir_.filename().string() + ".out");
         const fs::path err = dir_.parent_path() / (dir_.filename().string() + ".err");
@@ -117,6 +118,16 @@ void LibraryApply(const AvailableEffect& effect, const PropertyList& properties,
     processor->ProcFrameInPlace(&position, 0, &view);
 }
 
+// Mean absolute difference of two BGRA frames of one size, over every byte.
+double MeanDifference(const AVFrame& a, const AVFrame& b) {
+    double sum = 0;
+    for (int y = 0; y < a.height; ++y) {
+        for (int x = 0; x < 4 * a.width; ++x)
+            sum += std::abs(a.data[0][y * a.linesize[0] + x] - b.data[0][y * b.linesize[0] + x]);
+    }
+    return sum / (4.0 * a.width * a.height);
+}
+
 bool IsRandom(const AvailableEffect& effect) {
     return effect.entry->id == MediaCore::AVPROCESSOR_ADD_NOISE;
 }
@@ -149,7 +160,7 @@ TEST_F(LfxTest, PictureInBgraMatchesTheLibraryForEveryEffect) {
         if (IsRandom(effect)) continue;
         const std::string name = effect.entry->name;
         const PropertyList properties = catalogue::Showcase(*effect.entry, 64, 36);
-        std::string arguments = "apply -i in.png -o out.png -q -e " + name;
+        std::string arguments = "apply -i in.png -o out.png -y -q -e " + name;
         for (const auto& [key, value] : properties)
             arguments += " -p " + key + "=" + value;
         ASSERT_EQ(Lfx(arguments).code, 0) << name;
@@ -288,4 +299,52 @@ TEST_F(LfxTest, FlagsTakeOnlyZeroOrOne) {
         }
     }
     GTEST_SKIP() << "no effect in this build has a flag yet";
+}
+
+// JPEG pictures are full range whatever layout the effects ran in, at any size.
+TEST_F(LfxTest, JpegOutputWorksInEveryFormatAndSize) {
+    for (const char* size : {"64x36", "63x35"}) {
+        ASSERT_EQ(Lfx(std::string("apply -y -q -o in.png --size ") + size).code, 0);
+        const std::vector<FramePtr> input = Decode(In("in.png"), AV_PIX_FMT_BGRA);
+        for (const char* format : {"bgra", "yuv420p"}) {
+            const Outcome run =
+                Lfx(std::string("apply -y -q -i in.png -o out.jpg --format ") + format);
+            ASSERT_EQ(run.code, 0) << size << " " << format << ": " << run.err;
+            const std::vector<FramePtr> output = Decode(In("out.jpg"), AV_PIX_FMT_BGRA);
+            ASSERT_EQ(output.size(), 1u);
+            ASSERT_EQ(output[0]->width, input[0]->width);
+            EXPECT_LT(MeanDifference(*input[0], *output[0]), 8) << size << " " << format;
+        }
+    }
+}
+
+// The input is never written over, whatever path reaches it; other outputs need -y, or a yes.
+TEST_F(LfxTest, OutputsReplaceNothingUnasked) {
+    ASSERT_EQ(Lfx("apply -q --size 64x36 -o in.png").code, 0);
+    ASSERT_EQ(Lfx("apply -q --size 32x18 -o old.png").code, 0);
+    fs::create_directory(In("sub"));
+    fs::create_symlink("in.png", In("link.png"));
+    const std::string input = ReadAll(In("in.png"));
+    const std::string old = ReadAll(In("old.png"));
+    const struct {
+        const char* arguments;
+        int code;
+        const char* says;
+    } cases[] = {
+        {"-o in.png -y", 1, "is the input"},
+        {"-o sub/../in.png -y", 1, "is the input"},
+        {"-o link.png -y", 1, "is the input"},
+        {"-o old.png", 1, "-y replaces it"},
+        {"-o old.png -n", 1, "exists"},
+        {"-o old.png -n -y", 2, "excludes"},
+        {"-o old.png -y", 0, ""},
+    };
+    for (const auto& c : cases) {
+        const Outcome run = Lfx(std::string("apply -q -i in.png -e invert ") + c.arguments);
+        EXPECT_EQ(run.code, c.code) << c.arguments << ": " << run.err;
+        EXPECT_NE(run.err.find(c.says), std::string::npos) << run.err;
+        EXPECT_EQ(ReadAll(In("old.png")) == old, c.code != 0) << c.arguments;
+    }
+    EXPECT_EQ(ReadAll(In("in.png")), input);
+    EXPECT_EQ(Lfx("gallery -q -i in.png -o in.png -y").code, 1);
 }

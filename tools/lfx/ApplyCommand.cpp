@@ -32,6 +32,7 @@ std::unique_ptr<FrameSource> OpenSource(const InputOptions& input) {
 
 int RunApply(const ApplyOptions& options) {
     const std::vector<ChainStep> steps = ResolveChain(options.effects);
+    ClaimOutput(options.output, options.input.path, options.overwrite);
     InterruptGuard interruptGuard;
     std::unique_ptr<FrameSource> source = OpenSource(options.input);
     const SourceInfo& info = source->Info();
@@ -57,9 +58,9 @@ int RunApply(const ApplyOptions& options) {
     settings.frameLimit = options.frames;
     if (encoder.IsPicture()) {
         if (options.frames > 1) {
-            Fail("'" + options.output +
-                 "' is a picture and holds one frame; write a video "
-                 "(.mp4, .mkv) for more");
+            FailUsage("'" + options.output +
+                      "' is a picture and holds one frame; write a video "
+                      "(.mp4, .mkv) for more");
         }
         settings.frameLimit = 1;
     }

@@ -22,11 +22,24 @@ const char* const kLayoutHelp =
 struct CommonFlags {
     bool quiet = false;
     bool verbose = false;
+    bool overwrite = false;
+    bool keep = false;
+
+    Overwrite OverwritePolicy() const {
+        return overwrite ? Overwrite::Always : keep ? Overwrite::Never : Overwrite::Ask;
+    }
 };
 
 void AddCommonFlags(CLI::App& command, CommonFlags& flags) {
     command.add_flag("-q,--quiet", flags.quiet, "print nothing but errors");
     command.add_flag("-v,--verbose", flags.verbose, "show FFmpeg's own warnings");
+    CLI::Option* yes = command.add_flag("-y,--overwrite", flags.overwrite,
+                                        "replace an existing output without asking");
+    command
+        .add_flag("-n,--no-overwrite", flags.keep,
+                  "never replace an existing output (without -y or -n lfx asks on a terminal "
+                  "and refuses otherwise)")
+        ->excludes(yes);
 }
 
 // Options of the input: a file, or the generated clip and its shape.
@@ -53,13 +66,13 @@ InputOptions ToInput(const InputFlags& flags) {
     input.path = flags.path;
     const bool shaped = !flags.size.empty() || flags.seconds > 0 || flags.rate > 0;
     if (!input.path.empty() && shaped) {
-        Fail("--size, --seconds and --rate shape the generated clip; leave them out with -i");
+        FailUsage("--size, --seconds and --rate shape the generated clip; leave them out with -i");
     }
     if (!flags.size.empty()) {
         char rest = 0;
         if (std::sscanf(flags.size.c_str(), "%dx%d%c", &input.clip.width, &input.clip.height,
                         &rest) != 2) {
-            Fail("--size wants WIDTHxHEIGHT such as 640x360, not '" + flags.size + "'");
+            FailUsage("--size wants WIDTHxHEIGHT such as 640x360, not '" + flags.size + "'");
         }
     }
     if (flags.seconds > 0) input.clip.seconds = flags.seconds;
@@ -84,10 +97,10 @@ std::vector<EffectRequest> ToEffects(const CLI::App& command, const CLI::Option*
             requests.push_back({effects[nextEffect++], {}});
         } else if (option == propertyOption && nextProperty < properties.size()) {
             const std::string& text = properties[nextProperty++];
-            if (requests.empty()) Fail("-p " + text + " must follow the -e it sets");
+            if (requests.empty()) FailUsage("-p " + text + " must follow the -e it sets");
             const size_t equals = text.find('=');
             if (equals == std::string::npos || equals == 0) {
-                Fail("-p wants property=value, not '" + text + "'");
+                FailUsage("-p wants property=value, not '" + text + "'");
             }
             requests.back().properties.emplace_back(text.substr(0, equals),
                                                     text.substr(equals + 1));
@@ -169,7 +182,8 @@ int RunCli(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error);
+        // --help and --version end here too, with 0.
+        return app.exit(error) == 0 ? 0 : kExitUsage;
     }
 
     av_log_set_level(common.verbose ? AV_LOG_WARNING : AV_LOG_QUIET);
@@ -181,6 +195,7 @@ int RunCli(int argc, char** argv) {
             apply.input = ToInput(applyInput);
             apply.layout = ToLayout(applyLayout);
             apply.quiet = common.quiet;
+            apply.overwrite = common.OverwritePolicy();
             apply.effects =
                 ToEffects(*applyCommand, effectOption, effects, propertyOption, properties);
             return RunApply(apply);
@@ -188,7 +203,11 @@ int RunCli(int argc, char** argv) {
         gallery.input = ToInput(galleryInput);
         gallery.layout = ToLayout(galleryLayout);
         gallery.quiet = common.quiet;
+        gallery.overwrite = common.OverwritePolicy();
         return RunGallery(gallery);
+    } catch (const UsageError& error) {
+        std::fprintf(stderr, "lfx: %s\n", error.what());
+        return kExitUsage;
     } catch (const UserError& error) {
         std::fprintf(stderr, "lfx: %s\n", error.what());
     } catch (const std::bad_alloc&) {
@@ -196,7 +215,7 @@ int RunCli(int argc, char** argv) {
     } catch (const std::exception& error) {
         std::fprintf(stderr, "lfx: %s\n", error.what());
     }
-    return 1;
+    return kExitFailure;
 }
 
 }  // namespace lfx

@@ -10,6 +10,7 @@
 #include "Generator.h"
 #include "Layout.h"
 #include "Source.h"
+#include "TempFile.h"
 
 namespace lfx {
 
@@ -27,6 +28,7 @@ struct ApplyOptions {
     int threads = 1;
     std::string codec;
     bool quiet = false;
+    Overwrite overwrite = Overwrite::Ask;
 };
 
 struct GalleryOptions {
@@ -36,6 +38,7 @@ struct GalleryOptions {
     int tileWidth = 320;
     int columns = 4;
     bool quiet = false;
+    Overwrite overwrite = Overwrite::Ask;
 };
 
 // Each prints what it made (unless quiet) and returns the exit code; throws a UserError.

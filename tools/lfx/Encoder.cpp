@@ -27,10 +27,10 @@ std::vector<const AVCodec*> Candidates(const AVOutputFormat* format, const std::
     if (!requested.empty()) {
         const AVCodec* codec = avcodec_find_encoder_by_name(requested.c_str());
         if (codec == nullptr || codec->type != AVMEDIA_TYPE_VIDEO) {
-            Fail("FFmpeg has no video encoder named '" + requested + "'");
+            FailUsage("FFmpeg has no video encoder named '" + requested + "'");
         }
         if (!Holds(format, codec->id)) {
-            Fail("'" + path + "' cannot hold " + requested + " video");
+            FailUsage("'" + path + "' cannot hold " + requested + " video");
         }
         return {codec};
     }
@@ -53,7 +53,22 @@ std::vector<const AVCodec*> Candidates(const AVOutputFormat* format, const std::
     return codecs;
 }
 
+// JPEG pictures are full range, so a studio-range YUV layout is encoded in its full-range form.
+AVPixelFormat FullRangeForm(AVPixelFormat format) {
+    switch (format) {
+        case AV_PIX_FMT_YUV420P:
+            return AV_PIX_FMT_YUVJ420P;
+        case AV_PIX_FMT_YUV422P:
+            return AV_PIX_FMT_YUVJ422P;
+        case AV_PIX_FMT_YUV444P:
+            return AV_PIX_FMT_YUVJ444P;
+        default:
+            return format;
+    }
+}
+
 AVPixelFormat ChooseFormat(const AVCodec* codec, AVPixelFormat source) {
+    if (codec->id == AV_CODEC_ID_MJPEG) source = FullRangeForm(source);
     if (codec->pix_fmts == nullptr) return source;
     for (const AVPixelFormat* format = codec->pix_fmts; *format != AV_PIX_FMT_NONE; ++format) {
         if (*format == source) return source;
@@ -85,9 +100,9 @@ void Encoder::OutputContextDeleter::operator()(AVFormatContext* context) const {
 Encoder::Encoder(const OutputSettings& settings) : path_(settings.path), packet_(MakePacket()) {
     const AVOutputFormat* format = av_guess_format(nullptr, path_.c_str(), nullptr);
     if (format == nullptr || format->video_codec == AV_CODEC_ID_NONE) {
-        Fail("cannot write '" + path_ +
-             "': FFmpeg writes no video or picture format by that name (try .mp4, .mkv, .png "
-             "or .jpg)");
+        FailUsage("cannot write '" + path_ +
+                  "': FFmpeg writes no video or picture format by that name (try .mp4, .mkv, .png "
+                  "or .jpg)");
     }
     picture_ = std::strcmp(format->name, "image2") == 0;
     file_ = std::make_unique<TempFile>(path_);
@@ -112,7 +127,7 @@ void Encoder::OpenEncoder(const OutputSettings& settings) {
     }
     if (!encoder_) {
         std::string hint;
-        if (settings.width % 2 != 0 || settings.height % 2 != 0) {
+        if (!picture_ && (settings.width % 2 != 0 || settings.height % 2 != 0)) {
             hint = " (video encoders often need an even width and height; the picture is " +
                    std::to_string(settings.width) + "x" + std::to_string(settings.height) + ")";
         }
@@ -141,6 +156,7 @@ bool Encoder::TryEncoder(const AVCodec* codec, const OutputSettings& settings, i
     if (IsYuv(encoder->pix_fmt)) {
         colorSpace_ = EffectiveColorSpace(settings.colorSpace, settings.height);
         encoder->colorspace = colorSpace_;
+        if (codec->id == AV_CODEC_ID_MJPEG) encoder->color_range = AVCOL_RANGE_JPEG;
     }
     encoder->thread_count = 0;
     if (output_->oformat->flags & AVFMT_GLOBALHEADER) {

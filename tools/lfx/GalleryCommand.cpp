@@ -7,6 +7,7 @@
 namespace lfx {
 
 int RunGallery(const GalleryOptions& options) {
+    ClaimOutput(options.output, options.input.path, options.overwrite);
     std::unique_ptr<FrameSource> source = OpenSource(options.input);
     FramePtr picture;
     if (options.input.path.empty()) {
