@@ -16,6 +16,7 @@
 #include "libfilter/CVideoFrame.h"
 
 extern "C" {
+#include <libavutil/display.h>
 #include <libavutil/imgutils.h>
 }
 
@@ -116,6 +117,35 @@ void LibraryApply(const AvailableEffect& effect, const PropertyList& properties,
     view.SetBuffer(frame.data, frame.linesize, nullptr);
     MediaCore::ImagePostion position{};
     processor->ProcFrameInPlace(&position, 0, &view);
+}
+
+// `from`'s video copied packet by packet into an MP4 whose display matrix turns it `degrees`
+// clockwise, mirrored left-right first with `mirror`, as cameras record.
+void RemuxTurned(const std::string& from, const std::string& to, int degrees, bool mirror) {
+    AVFormatContext* in = nullptr;
+    ASSERT_EQ(avformat_open_input(&in, from.c_str(), nullptr, nullptr), 0);
+    InputContextPtr input(in);
+    ASSERT_GE(avformat_find_stream_info(in, nullptr), 0);
+    AVFormatContext* out = nullptr;
+    ASSERT_GE(avformat_alloc_output_context2(&out, nullptr, nullptr, to.c_str()), 0);
+    AVStream* stream = avformat_new_stream(out, nullptr);
+    ASSERT_GE(avcodec_parameters_copy(stream->codecpar, in->streams[0]->codecpar), 0);
+    stream->codecpar->codec_tag = 0;
+    stream->time_base = in->streams[0]->time_base;
+    auto* matrix = reinterpret_cast<int32_t*>(
+        av_stream_new_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, 9 * sizeof(int32_t)));
+    av_display_rotation_set(matrix, -degrees);
+    av_display_matrix_flip(matrix, mirror, 0);
+    ASSERT_GE(avio_open(&out->pb, to.c_str(), AVIO_FLAG_WRITE), 0);
+    ASSERT_GE(avformat_write_header(out, nullptr), 0);
+    PacketPtr packet = MakePacket();
+    while (av_read_frame(in, packet.get()) >= 0) {
+        av_packet_rescale_ts(packet.get(), in->streams[0]->time_base, stream->time_base);
+        ASSERT_GE(av_interleaved_write_frame(out, packet.get()), 0);
+    }
+    av_write_trailer(out);
+    avio_closep(&out->pb);
+    avformat_free_context(out);
 }
 
 // Mean absolute difference of two BGRA frames of one size, over every byte.
@@ -347,4 +377,31 @@ TEST_F(LfxTest, OutputsReplaceNothingUnasked) {
     }
     EXPECT_EQ(ReadAll(In("in.png")), input);
     EXPECT_EQ(Lfx("gallery -q -i in.png -o in.png -y").code, 1);
+}
+
+// A video whose display matrix turns it comes out as ffmpeg shows it, unless told otherwise.
+TEST_F(LfxTest, TurnedVideosComeOutUprightAsFfmpegShowsThem) {
+    ASSERT_EQ(Lfx("apply -q --size 64x36 --frames 3 -o clip.mp4").code, 0);
+    const struct {
+        int degrees;
+        bool mirror;
+    } cases[] = {{90, false}, {180, false}, {270, false}, {90, true}, {0, true}};
+    for (const auto& c : cases) {
+        const std::string where = std::to_string(c.degrees) + (c.mirror ? " mirrored" : "");
+        RemuxTurned(In("clip.mp4"), In("turned.mp4"), c.degrees, c.mirror);
+        ASSERT_EQ(std::system(("ffmpeg -v error -y -i '" + In("turned.mp4") + "' -c:v ffv1 '" +
+                               In("ffmpeg.mkv") + "'")
+                                  .c_str()),
+                  0);
+        const Outcome run =
+            Lfx("apply -y -q -i turned.mp4 -o lfx.mkv --codec ffv1 --format yuv420p");
+        ASSERT_EQ(run.code, 0) << where << ": " << run.err;
+        const std::vector<FramePtr> expected = Decode(In("ffmpeg.mkv"), AV_PIX_FMT_YUV420P);
+        const std::vector<FramePtr> output = Decode(In("lfx.mkv"), AV_PIX_FMT_YUV420P);
+        ASSERT_EQ(output.size(), expected.size());
+        EXPECT_EQ(output[0]->width, c.degrees % 180 ? 36 : 64) << where;
+        EXPECT_TRUE(Pixels(*expected.back()) == Pixels(*output.back())) << where;
+    }
+    ASSERT_EQ(Lfx("apply -y -q -i turned.mp4 -o kept.png --no-autorotate").code, 0);
+    EXPECT_EQ(Decode(In("kept.png"), AV_PIX_FMT_BGRA)[0]->height, 36);
 }

@@ -27,7 +27,7 @@ private:
 
 std::unique_ptr<FrameSource> OpenSource(const InputOptions& input) {
     if (input.path.empty()) return std::make_unique<GeneratedSource>(input.clip);
-    return std::make_unique<FileSource>(input.path);
+    return std::make_unique<FileSource>(input.path, input.autorotate);
 }
 
 int RunApply(const ApplyOptions& options) {

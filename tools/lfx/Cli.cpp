@@ -48,6 +48,7 @@ struct InputFlags {
     std::string size;
     double seconds = 0;
     int rate = 0;
+    bool keepOrientation = false;
 };
 
 void AddInputFlags(CLI::App& command, InputFlags& flags) {
@@ -59,11 +60,15 @@ void AddInputFlags(CLI::App& command, InputFlags& flags) {
         ->check(CLI::Range(0.01, 3600.0));
     command.add_option("--rate", flags.rate, "frames a second of the generated clip")
         ->check(CLI::Range(1, 1000));
+    command.add_flag("--no-autorotate", flags.keepOrientation,
+                     "keep the stored orientation of a video its display matrix says to turn "
+                     "(phone videos); by default frames are turned upright first");
 }
 
 InputOptions ToInput(const InputFlags& flags) {
     InputOptions input;
     input.path = flags.path;
+    input.autorotate = !flags.keepOrientation;
     const bool shaped = !flags.size.empty() || flags.seconds > 0 || flags.rate > 0;
     if (!input.path.empty() && shaped) {
         FailUsage("--size, --seconds and --rate shape the generated clip; leave them out with -i");

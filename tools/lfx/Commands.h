@@ -15,8 +15,9 @@
 namespace lfx {
 
 struct InputOptions {
-    std::string path;   // empty: the generated clip
-    ClipSettings clip;  // for the generated clip
+    std::string path;        // empty: the generated clip
+    ClipSettings clip;       // for the generated clip
+    bool autorotate = true;  // turn frames upright as the file's display matrix says
 };
 
 struct ApplyOptions {

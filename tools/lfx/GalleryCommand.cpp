@@ -3,6 +3,7 @@
 #include "Commands.h"
 #include "Errors.h"
 #include "Gallery.h"
+#include "Scaler.h"
 
 namespace lfx {
 
@@ -19,6 +20,12 @@ int RunGallery(const GalleryOptions& options) {
             if (!source->Next(item)) Fail(source->Info().name + " has no video frames");
         }
         picture = std::move(item.frame);
+        const SourceInfo& info = source->Info();
+        if (!info.orientation.Identity()) {
+            Scaler scaler;
+            picture = Orient(*scaler.Convert(std::move(picture), AV_PIX_FMT_BGRA, info.colorSpace),
+                             info.orientation);
+        }
     }
     GallerySettings settings;
     settings.output = options.output;

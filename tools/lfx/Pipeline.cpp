@@ -81,14 +81,15 @@ void ReadSource(FrameSource& source, int64_t frameLimit, BoundedQueue<Job>& inpu
 }
 
 void ProcessFrames(EffectChain& chain, Layout layout, const Encoder& encoder,
-                   AVColorSpace sourceSpace, BoundedQueue<Job>& input, OrderedQueue<Job>& output) {
+                   const SourceInfo& source, BoundedQueue<Job>& input, OrderedQueue<Job>& output) {
     Scaler toLayout;
     Scaler toEncoder;
     while (std::optional<Job> job = input.Pop()) {
         if (FramePtr& frame = job->item.frame) {
             const AVColorSpace space =
-                frame->colorspace != AVCOL_SPC_UNSPECIFIED ? frame->colorspace : sourceSpace;
+                frame->colorspace != AVCOL_SPC_UNSPECIFIED ? frame->colorspace : source.colorSpace;
             frame = toLayout.Convert(std::move(frame), FfmpegFormat(layout), space);
+            if (!source.orientation.Identity()) frame = Orient(*frame, source.orientation);
             chain.Apply(*frame, job->frameIndex);
             frame =
                 toEncoder.Convert(std::move(frame), encoder.PixelFormat(), encoder.ColorSpace());
@@ -128,8 +129,7 @@ int64_t RunPipeline(FrameSource& source, const std::vector<ChainStep>& steps, En
         for (auto& chain : chains) {
             threads.Start([&, chain = chain.get()] {
                 try {
-                    ProcessFrames(*chain, settings.layout, encoder, source.Info().colorSpace, input,
-                                  output);
+                    ProcessFrames(*chain, settings.layout, encoder, source.Info(), input, output);
                 } catch (...) {
                     failure.Record();
                 }

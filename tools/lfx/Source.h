@@ -5,6 +5,7 @@
 #include <string>
 
 #include "Ffmpeg.h"
+#include "Orientation.h"
 
 namespace lfx {
 
@@ -24,7 +25,8 @@ struct SourceInfo {
     AVColorSpace colorSpace = AVCOL_SPC_UNSPECIFIED;
     const AVCodecParameters* audio = nullptr;  // the audio stream to copy, or null
     AVRational audioTimeBase{1, 1};
-    std::string name;  // for messages
+    Orientation orientation;  // applied to each frame before the effects; size is after it
+    std::string name;         // for messages
 };
 
 class FrameSource {
