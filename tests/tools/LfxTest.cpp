@@ -1,13 +1,17 @@
 // lfx end to end: its list, its files compared with the library's own result, its errors.
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
 #include <stdlib.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <thread>
 
 #include "Available.h"
 #include "Decoder.h"
@@ -404,4 +408,37 @@ TEST_F(LfxTest, TurnedVideosComeOutUprightAsFfmpegShowsThem) {
     }
     ASSERT_EQ(Lfx("apply -y -q -i turned.mp4 -o kept.png --no-autorotate").code, 0);
     EXPECT_EQ(Decode(In("kept.png"), AV_PIX_FMT_BGRA)[0]->height, 36);
+}
+
+// Whatever stops lfx mid-run, from a person, a closed terminal or a job runner, no file is left.
+TEST_F(LfxTest, StoppingSignalsLeaveNoFile) {
+    for (const int signal : {SIGTERM, SIGHUP, SIGINT, SIGQUIT}) {
+        // Started as a job runner does, with every stopping signal at its default.
+        posix_spawnattr_t attributes;
+        posix_spawnattr_init(&attributes);
+        sigset_t defaults;
+        sigemptyset(&defaults);
+        for (const int s : {SIGTERM, SIGHUP, SIGINT, SIGQUIT})
+            sigaddset(&defaults, s);
+        posix_spawnattr_setsigdefault(&attributes, &defaults);
+        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
+        const std::string output = In("long.mp4");
+        const char* argv[] = {LFX_PROGRAM, "apply",     "-q", "-o", output.c_str(), "--size",
+                              "640x360",   "--seconds", "60", "-e", "blur",         nullptr};
+        pid_t child = 0;
+        ASSERT_EQ(posix_spawn(&child, LFX_PROGRAM, nullptr, &attributes,
+                              const_cast<char* const*>(argv), environ),
+                  0);
+        posix_spawnattr_destroy(&attributes);
+        // Once the unfinished file exists, frames are on their way.
+        for (int i = 0; i < 500 && Files().empty(); ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        EXPECT_EQ(Files().size(), 1u);
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        kill(child, signal);
+        int status = 0;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 128 + signal) << signal;
+        EXPECT_TRUE(Files().empty()) << signal;
+    }
 }

@@ -1,4 +1,3 @@
-#include <csignal>
 #include <cstdio>
 
 #include "Commands.h"
@@ -6,24 +5,9 @@
 #include "Encoder.h"
 #include "Errors.h"
 #include "Pipeline.h"
+#include "Signals.h"
 
 namespace lfx {
-
-namespace {
-
-// Ctrl-C stops the pipeline cleanly, so the unfinished file is removed.
-class InterruptGuard {
-public:
-    InterruptGuard() : previous_(std::signal(SIGINT, [](int) { Interrupt(); })) {}
-    ~InterruptGuard() { std::signal(SIGINT, previous_); }
-    InterruptGuard(const InterruptGuard&) = delete;
-    InterruptGuard& operator=(const InterruptGuard&) = delete;
-
-private:
-    void (*previous_)(int);
-};
-
-}  // namespace
 
 std::unique_ptr<FrameSource> OpenSource(const InputOptions& input) {
     if (input.path.empty()) return std::make_unique<GeneratedSource>(input.clip);
@@ -33,7 +17,8 @@ std::unique_ptr<FrameSource> OpenSource(const InputOptions& input) {
 int RunApply(const ApplyOptions& options) {
     const std::vector<ChainStep> steps = ResolveChain(options.effects);
     ClaimOutput(options.output, options.input.path, options.overwrite);
-    InterruptGuard interruptGuard;
+    // After any question on the terminal, where Ctrl-C simply ends lfx.
+    StopSignals stopSignals;
     std::unique_ptr<FrameSource> source = OpenSource(options.input);
     const SourceInfo& info = source->Info();
     CheckFrameBounds(steps, info.width, info.height);

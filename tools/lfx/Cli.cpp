@@ -11,6 +11,7 @@ extern "C" {
 #include "Commands.h"
 #include "Errors.h"
 #include "QuietSink.h"
+#include "Signals.h"
 
 namespace lfx {
 
@@ -210,6 +211,9 @@ int RunCli(int argc, char** argv) {
         gallery.quiet = common.quiet;
         gallery.overwrite = common.OverwritePolicy();
         return RunGallery(gallery);
+    } catch (const Interrupted& error) {
+        std::fprintf(stderr, "lfx: %s\n", error.what());
+        return 128 + error.Signal();
     } catch (const UsageError& error) {
         std::fprintf(stderr, "lfx: %s\n", error.what());
         return kExitUsage;

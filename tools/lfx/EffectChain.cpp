@@ -13,6 +13,7 @@ extern "C" {
 #include "Errors.h"
 #include "Layout.h"
 #include "QuietSink.h"
+#include "Signals.h"
 #include "libfilter/CVideoFrame.h"
 
 namespace lfx {
@@ -157,6 +158,7 @@ void EffectChain::Apply(AVFrame& frame, int index) {
     MediaCore::ImagePostion position{};
     QuietSink::TakeReport();
     for (const Instance& effect : effects_) {
+        CheckStop();  // a long chain on a big frame stops between effects
         effect.processor->ProcFrameInPlace(&position, index, &view);
         if (auto report = QuietSink::TakeReport()) {
             Fail("effect " + Quoted(effect.effect->entry->name) + " failed on frame " +

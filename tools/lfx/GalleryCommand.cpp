@@ -4,11 +4,13 @@
 #include "Errors.h"
 #include "Gallery.h"
 #include "Scaler.h"
+#include "Signals.h"
 
 namespace lfx {
 
 int RunGallery(const GalleryOptions& options) {
     ClaimOutput(options.output, options.input.path, options.overwrite);
+    StopSignals stopSignals;
     std::unique_ptr<FrameSource> source = OpenSource(options.input);
     FramePtr picture;
     if (options.input.path.empty()) {

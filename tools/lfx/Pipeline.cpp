@@ -9,12 +9,11 @@
 #include "Errors.h"
 #include "Queues.h"
 #include "Scaler.h"
+#include "Signals.h"
 
 namespace lfx {
 
 namespace {
-
-std::atomic<bool> g_interrupted{false};
 
 struct Job {
     int64_t sequence = 0;
@@ -68,7 +67,7 @@ void ReadSource(FrameSource& source, int64_t frameLimit, BoundedQueue<Job>& inpu
     int64_t sequence = 0;
     int frames = 0;
     while (frameLimit < 0 || frames < frameLimit) {
-        if (g_interrupted.load()) Fail("interrupted");
+        CheckStop();
         Job job;
         if (!source.Next(job.item)) break;
         job.sequence = sequence++;
@@ -100,10 +99,6 @@ void ProcessFrames(EffectChain& chain, Layout layout, const Encoder& encoder,
 }
 
 }  // namespace
-
-void Interrupt() {
-    g_interrupted.store(true);
-}
 
 int64_t RunPipeline(FrameSource& source, const std::vector<ChainStep>& steps, Encoder& encoder,
                     const PipelineSettings& settings, Progress& progress) {

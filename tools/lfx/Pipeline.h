@@ -20,12 +20,9 @@ struct PipelineSettings {
     int64_t frameLimit = -1;  // -1: every frame of the source
 };
 
-// Frames written. Throws a UserError (after stopping every thread) when a stage fails, or when
-// Interrupt was called.
+// Frames written. Throws a UserError (after stopping every thread) when a stage fails, or
+// Interrupted when a stopping signal arrives.
 int64_t RunPipeline(FrameSource& source, const std::vector<ChainStep>& steps, Encoder& encoder,
                     const PipelineSettings& settings, Progress& progress);
-
-// Asks a running pipeline to stop; safe to call from a signal handler.
-void Interrupt();
 
 }  // namespace lfx

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "Errors.h"
+#include "Signals.h"
 
 namespace lfx {
 
@@ -52,9 +53,11 @@ TempFile::TempFile(std::string finalPath) : finalPath_(std::move(finalPath)) {
     fchmod(fd, 0666 & ~mask);
     close(fd);
     path_ = buffer.data();
+    WatchPartialFile(path_.c_str());
 }
 
 TempFile::~TempFile() {
+    WatchPartialFile(nullptr);
     if (!committed_) std::remove(path_.c_str());
 }
 
@@ -62,6 +65,7 @@ void TempFile::Commit() {
     if (std::rename(path_.c_str(), finalPath_.c_str()) != 0) {
         Fail("cannot move the finished file to '" + finalPath_ + "': " + std::strerror(errno));
     }
+    WatchPartialFile(nullptr);
     committed_ = true;
 }
 
