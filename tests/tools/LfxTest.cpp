@@ -258,35 +258,42 @@ TEST_F(LfxTest, ErrorsSayOneLineExitNonZeroAndLeaveNoFiles) {
         wav.write(header, sizeof header - 1);
         wav << std::string(264, '\0');
     }
+    ASSERT_EQ(std::system(("ffmpeg -v error -f lavfi -i testsrc=size=1x40 -frames 1 '" +
+                           In("line.png") + "'")
+                              .c_str()),
+              0);
     const std::vector<std::string> before = Files();
     const struct {
         const char* arguments;
         const char* says;
+        int code;  // 1: the work failed, 2: the command line is wrong
     } cases[] = {
-        {"apply -o out.png -e nosuch", "effects: "},
-        {"apply -o out.png -e invert -p nosuch=1", "no property 'nosuch'"},
-        {"apply -o out.png -e invert -p duration=ten", "takes an integer"},
-        {"apply -o out.png -e blur -p blur_count=2000000000", "an integer in 0..10, not"},
-        {"apply -o out.png -e blur -p blur_count=-5", "an integer in 0..10, not"},
-        {"apply -o out.png -e rotate90 -p rotate90_angle=400", "an integer in 0..360"},
-        {"apply -o out.png -e brightness-contrast -p contrast=1e999", "a number in -100..100"},
-        {"apply -o out.png -e mosaic -p mosaic_x2=99999", "0..1280 for this 1280x720 input"},
-        {"apply -o out.png -e color-filter -p filter_color=0x1000000", "0xRRGGBB, #RRGGBB"},
-        {"apply -o out.png -p duration=1", "must follow the -e"},
-        {"apply -i missing.mp4 -o out.png", "cannot read 'missing.mp4'"},
-        {"apply -i notes.txt -o out.png", "cannot read 'notes.txt'"},
-        {"apply -i sound.wav -o out.png", "has no video"},
-        {"apply -o out.xyz", "cannot write 'out.xyz'"},
-        {"apply -o nofolder/out.png", "cannot write 'nofolder/out.png'"},
-        {"apply -o out.png --frames 2", "holds one frame"},
-        {"apply -o out.mp4 --codec nosuch", "no video encoder named 'nosuch'"},
-        {"apply -i cut.mkv -o out.mkv", "cut.mkv"},
-        {"gallery -o out.xyz", "cannot write 'out.xyz'"},
-        {"apply --output", "lfx: "},
+        {"apply -i line.png -o out.png -e rotate90", "2 pixels wide and high; this input is 1x40",
+         2},
+        {"apply -o out.png -e nosuch", "effects: ", 2},
+        {"apply -o out.png -e invert -p nosuch=1", "no property 'nosuch'", 2},
+        {"apply -o out.png -e invert -p duration=ten", "takes an integer", 2},
+        {"apply -o out.png -e blur -p blur_count=2000000000", "an integer in 0..10, not", 2},
+        {"apply -o out.png -e blur -p blur_count=-5", "an integer in 0..10, not", 2},
+        {"apply -o out.png -e rotate90 -p rotate90_angle=400", "an integer in 0..360", 2},
+        {"apply -o out.png -e brightness-contrast -p contrast=1e999", "a number in -100..100", 2},
+        {"apply -o out.png -e mosaic -p mosaic_x2=99999", "0..1280 for this 1280x720 input", 2},
+        {"apply -o out.png -e color-filter -p filter_color=0x1000000", "0xRRGGBB, #RRGGBB", 2},
+        {"apply -o out.png -p duration=1", "must follow the -e", 2},
+        {"apply -i missing.mp4 -o out.png", "cannot read 'missing.mp4'", 1},
+        {"apply -i notes.txt -o out.png", "cannot read 'notes.txt'", 1},
+        {"apply -i sound.wav -o out.png", "has no video", 1},
+        {"apply -o out.xyz", "cannot write 'out.xyz'", 2},
+        {"apply -o nofolder/out.png", "cannot write 'nofolder/out.png'", 1},
+        {"apply -o out.png --frames 2", "holds one frame", 2},
+        {"apply -o out.mp4 --codec nosuch", "no video encoder named 'nosuch'", 2},
+        {"apply -i cut.mkv -o out.mkv", "cut.mkv", 1},
+        {"gallery -o out.xyz", "cannot write 'out.xyz'", 2},
+        {"apply --output", "lfx: ", 2},
     };
     for (const auto& c : cases) {
         const Outcome run = Lfx(c.arguments);
-        EXPECT_NE(run.code, 0) << c.arguments;
+        EXPECT_EQ(run.code, c.code) << c.arguments;
         EXPECT_EQ(run.err.rfind("lfx: ", 0), 0u) << c.arguments << ": " << run.err;
         EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
         EXPECT_NE(run.err.find(c.says), std::string::npos) << run.err;

@@ -119,6 +119,14 @@ std::vector<ChainStep> ResolveChain(const std::vector<EffectRequest>& requests) 
 
 void CheckFrameBounds(const std::vector<ChainStep>& steps, unsigned width, unsigned height) {
     for (const ChainStep& step : steps) {
+        // The quarter turn scales the turned picture to fit, which leaves nothing of a line.
+        if (step.effect->entry->id == MediaCore::AVPROCESSOR_ROTATE90 &&
+            (width < 2 || height < 2)) {
+            FailUsage(
+                "effect 'rotate90' turns pictures at least 2 pixels wide and high; this "
+                "input is " +
+                std::to_string(width) + "x" + std::to_string(height));
+        }
         for (const auto& [name, value] : step.properties) {
             const PropertyDescription* property = step.effect->FindProperty(name);
             if (property == nullptr || property->upper == catalogue::RangeBound::Fixed) continue;
