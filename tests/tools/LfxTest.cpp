@@ -268,8 +268,10 @@ TEST_F(LfxTest, ErrorsSayOneLineExitNonZeroAndLeaveNoFiles) {
         const char* says;
         int code;  // 1: the work failed, 2: the command line is wrong
     } cases[] = {
-        {"apply -i line.png -o out.png -e rotate90", "2 pixels wide and high; this input is 1x40",
-         2},
+        {"apply -i line.png -o out.png -e rotate90", "this input is 1x40", 2},
+        {"apply -i line.png -o out.mp4", "add --even crop to drop the last odd row", 1},
+        {"apply -i line.png -o out.mp4 --even crop", "leaves nothing", 2},
+        {"apply -o out.mp4 --frames 0", "--frames: wants a count of 1 or more", 2},
         {"apply -o out.png -e nosuch", "effects: ", 2},
         {"apply -o out.png -e invert -p nosuch=1", "no property 'nosuch'", 2},
         {"apply -o out.png -e invert -p duration=ten", "takes an integer", 2},
@@ -447,5 +449,28 @@ TEST_F(LfxTest, StoppingSignalsLeaveNoFile) {
         ASSERT_EQ(waitpid(child, &status, 0), child);
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 128 + signal) << signal;
         EXPECT_TRUE(Files().empty()) << signal;
+    }
+}
+
+TEST_F(LfxTest, VersionEvenSizesAndAviRate) {
+    const Outcome version = Lfx("--version");
+    EXPECT_EQ(version.code, 0);
+    EXPECT_EQ(version.out.rfind("lfx ", 0), 0u) << version.out;
+    ASSERT_EQ(Lfx("apply -q --size 63x35 --frames 3 -o odd.mkv --codec ffv1").code, 0);
+    const struct {
+        const char* arguments;
+        int width, height;
+    } cases[] = {{"-o out.mp4 --even crop", 62, 34},
+                 {"-o out.mp4 --even pad", 64, 36},
+                 {"-o out.avi --even pad --format yuv420p", 64, 36}};
+    for (const auto& c : cases) {
+        const Outcome run = Lfx(std::string("apply -y -q -i odd.mkv -e invert ") + c.arguments);
+        ASSERT_EQ(run.code, 0) << c.arguments << ": " << run.err;
+        const std::string name = std::strstr(c.arguments, ".avi") ? "out.avi" : "out.mp4";
+        const std::vector<FramePtr> frames = Decode(In(name), AV_PIX_FMT_YUV420P);
+        ASSERT_EQ(frames.size(), 3u) << c.arguments;
+        EXPECT_EQ(frames[0]->width, c.width) << c.arguments;
+        EXPECT_EQ(frames[0]->height, c.height) << c.arguments;
+        EXPECT_EQ(av_q2d(FileSource(In(name)).Info().frameRate), 25) << c.arguments;
     }
 }

@@ -21,12 +21,17 @@ int RunApply(const ApplyOptions& options) {
     StopSignals stopSignals;
     std::unique_ptr<FrameSource> source = OpenSource(options.input);
     const SourceInfo& info = source->Info();
-    CheckFrameBounds(steps, info.width, info.height);
+    int width = info.width;
+    int height = info.height;
+    EvenSize(options.even, width, height);
+    if (width < 1 || height < 1)
+        FailUsage("--even crop leaves nothing of a picture one pixel wide or high");
+    CheckFrameBounds(steps, width, height);
 
     OutputSettings output;
     output.path = options.output;
-    output.width = info.width;
-    output.height = info.height;
+    output.width = width;
+    output.height = height;
     output.timeBase = info.timeBase;
     output.frameRate = info.frameRate;
     output.sampleAspect = info.sampleAspect;
@@ -39,6 +44,8 @@ int RunApply(const ApplyOptions& options) {
 
     PipelineSettings settings;
     settings.layout = options.layout;
+    settings.width = width;
+    settings.height = height;
     settings.workers = options.threads;
     settings.frameLimit = options.frames;
     if (encoder.IsPicture()) {
@@ -62,8 +69,8 @@ int RunApply(const ApplyOptions& options) {
         const double seconds = progress.Seconds();
         std::printf("lfx: wrote %s: %lld frame%s %dx%d (%s, %s) in %.2f s, %.1f fps\n",
                     options.output.c_str(), static_cast<long long>(frames), frames == 1 ? "" : "s",
-                    info.width, info.height, LayoutName(options.layout),
-                    encoder.Description().c_str(), seconds, seconds > 0 ? frames / seconds : 0.0);
+                    width, height, LayoutName(options.layout), encoder.Description().c_str(),
+                    seconds, seconds > 0 ? frames / seconds : 0.0);
     }
     return 0;
 }

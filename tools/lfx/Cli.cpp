@@ -2,10 +2,14 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <cstdlib>
 #include <new>
 
 extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
 #include <libavutil/log.h>
+#include <libswscale/swscale.h>
 }
 
 #include "Commands.h"
@@ -115,6 +119,17 @@ std::vector<EffectRequest> ToEffects(const CLI::App& command, const CLI::Option*
     return requests;
 }
 
+std::string VersionText() {
+    const auto version = [](unsigned number) {
+        return std::to_string(AV_VERSION_MAJOR(number)) + "." +
+               std::to_string(AV_VERSION_MINOR(number)) + "." +
+               std::to_string(AV_VERSION_MICRO(number));
+    };
+    return std::string("lfx ") + LFX_VERSION + " (libavformat " + version(avformat_version()) +
+           ", libavcodec " + version(avcodec_version()) + ", libswscale " +
+           version(swscale_version()) + ")";
+}
+
 std::string FailureLine(const CLI::App*, const CLI::Error& error) {
     return std::string("lfx: ") + error.what() + "\n";
 }
@@ -124,6 +139,10 @@ std::string FailureLine(const CLI::App*, const CLI::Error& error) {
 int RunCli(int argc, char** argv) {
     CLI::App app{"Runs libfilter's effects on pictures and video.", "lfx"};
     app.require_subcommand(1);
+    app.set_version_flag("--version", VersionText());
+    app.footer(
+        "Exit codes: 0 done, 1 the work failed (a file could not be read or written), 2 the "
+        "command line is wrong, 128+N stopped by signal N (130 for Ctrl-C).");
     app.failure_message(FailureLine);
 
     CommonFlags common;
@@ -135,6 +154,7 @@ int RunCli(int argc, char** argv) {
     InputFlags applyInput;
     ApplyOptions apply;
     std::string applyLayout = "bgra";
+    std::string evenName;
     std::vector<std::string> effects;
     std::vector<std::string> properties;
     CLI::App* applyCommand = app.add_subcommand(
@@ -158,13 +178,22 @@ int RunCli(int argc, char** argv) {
             ->allow_extra_args(false);
     applyCommand->add_option("--format", applyLayout, kLayoutHelp)
         ->check(CLI::IsMember({"bgra", "yuv420p"}));
-    applyCommand->add_option("--frames", apply.frames, "stop after this many frames")
-        ->check(CLI::PositiveNumber);
+    applyCommand->add_option("--frames", apply.frames, "stop after this many frames (1 or more)")
+        ->check(CLI::Validator(
+            [](const std::string& text) {
+                return std::atoll(text.c_str()) >= 1 ? "" : "wants a count of 1 or more";
+            },
+            "COUNT"));
     applyCommand
         ->add_option("--threads", apply.threads,
                      "effect-chain workers, each with its own effects; frames keep their order "
                      "(codecs pick their own threads)")
         ->check(CLI::Range(1, 64));
+    applyCommand
+        ->add_option("--even", evenName,
+                     "crop: drop, pad: repeat the last column or row of an odd-sized picture "
+                     "for encoders that need an even size (H.264 in 4:2:0)")
+        ->check(CLI::IsMember({"crop", "pad"}));
     applyCommand->add_option("--codec", apply.codec,
                              "video encoder to use, such as libx264, ffv1 or mpeg4");
     AddCommonFlags(*applyCommand, common);
@@ -200,6 +229,9 @@ int RunCli(int argc, char** argv) {
         if (applyCommand->parsed()) {
             apply.input = ToInput(applyInput);
             apply.layout = ToLayout(applyLayout);
+            apply.even = evenName.empty()     ? Even::Refuse
+                         : evenName == "crop" ? Even::Crop
+                                              : Even::Pad;
             apply.quiet = common.quiet;
             apply.overwrite = common.OverwritePolicy();
             apply.effects =

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "EffectChain.h"
+#include "Fit.h"
 #include "Generator.h"
 #include "Layout.h"
 #include "Source.h"
@@ -28,6 +29,7 @@ struct ApplyOptions {
     int64_t frames = -1;
     int threads = 1;
     std::string codec;
+    Even even = Even::Refuse;  // what to do with an odd size an encoder refuses
     bool quiet = false;
     Overwrite overwrite = Overwrite::Ask;
 };

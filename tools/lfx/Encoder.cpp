@@ -97,7 +97,8 @@ void Encoder::OutputContextDeleter::operator()(AVFormatContext* context) const {
     avformat_free_context(context);
 }
 
-Encoder::Encoder(const OutputSettings& settings) : path_(settings.path), packet_(MakePacket()) {
+Encoder::Encoder(const OutputSettings& settings)
+    : path_(settings.path), frameTimeBase_(settings.timeBase), packet_(MakePacket()) {
     const AVOutputFormat* format = av_guess_format(nullptr, path_.c_str(), nullptr);
     if (format == nullptr || format->video_codec == AV_CODEC_ID_NONE) {
         FailUsage("cannot write '" + path_ +
@@ -128,8 +129,10 @@ void Encoder::OpenEncoder(const OutputSettings& settings) {
     if (!encoder_) {
         std::string hint;
         if (!picture_ && (settings.width % 2 != 0 || settings.height % 2 != 0)) {
-            hint = " (video encoders often need an even width and height; the picture is " +
-                   std::to_string(settings.width) + "x" + std::to_string(settings.height) + ")";
+            hint = " (it needs an even width and height and the picture is " +
+                   std::to_string(settings.width) + "x" + std::to_string(settings.height) +
+                   ": add --even crop to drop the last odd row or column, or --even pad to "
+                   "repeat it)";
         }
         const std::string what = codecs.empty()
                                      ? "FFmpeg has no encoder for '" + path_ + "'"
@@ -149,7 +152,9 @@ bool Encoder::TryEncoder(const AVCodec* codec, const OutputSettings& settings, i
     CodecContextPtr encoder = MakeCodecContext(codec);
     encoder->width = settings.width;
     encoder->height = settings.height;
-    encoder->time_base = settings.timeBase;
+    // AVI declares its frame rate by the time base, so it gets one tick a frame.
+    const bool constantRate = std::strcmp(output_->oformat->name, "avi") == 0;
+    encoder->time_base = constantRate ? av_inv_q(settings.frameRate) : settings.timeBase;
     encoder->framerate = settings.frameRate;
     encoder->sample_aspect_ratio = settings.sampleAspect;
     encoder->pix_fmt = ChooseFormat(codec, settings.sourceFormat);
@@ -232,6 +237,7 @@ void Encoder::Write(StreamItem& item) {
         return;
     }
     AVFrame* frame = item.frame.get();
+    frame->pts = av_rescale_q(frame->pts, frameTimeBase_, encoder_->time_base);
     if (lastPts_ != AV_NOPTS_VALUE && frame->pts <= lastPts_) frame->pts = lastPts_ + 1;
     lastPts_ = frame->pts;
     frame->pict_type = AV_PICTURE_TYPE_NONE;

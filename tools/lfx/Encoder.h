@@ -65,6 +65,7 @@ private:
     AVStream* videoStream_ = nullptr;
     AVStream* audioStream_ = nullptr;
     AVRational audioTimeBase_{1, 1};
+    AVRational frameTimeBase_{1, 1};  // of the frames Write is given
     std::string audioNote_;
     AVColorSpace colorSpace_ = AVCOL_SPC_UNSPECIFIED;
     PacketPtr packet_;

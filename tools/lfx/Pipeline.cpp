@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "Errors.h"
+#include "Fit.h"
 #include "Queues.h"
 #include "Scaler.h"
 #include "Signals.h"
@@ -79,7 +80,7 @@ void ReadSource(FrameSource& source, int64_t frameLimit, BoundedQueue<Job>& inpu
     input.Close();
 }
 
-void ProcessFrames(EffectChain& chain, Layout layout, const Encoder& encoder,
+void ProcessFrames(EffectChain& chain, const PipelineSettings& settings, const Encoder& encoder,
                    const SourceInfo& source, BoundedQueue<Job>& input, OrderedQueue<Job>& output) {
     Scaler toLayout;
     Scaler toEncoder;
@@ -87,8 +88,11 @@ void ProcessFrames(EffectChain& chain, Layout layout, const Encoder& encoder,
         if (FramePtr& frame = job->item.frame) {
             const AVColorSpace space =
                 frame->colorspace != AVCOL_SPC_UNSPECIFIED ? frame->colorspace : source.colorSpace;
-            frame = toLayout.Convert(std::move(frame), FfmpegFormat(layout), space);
+            frame = toLayout.Convert(std::move(frame), FfmpegFormat(settings.layout), space);
             if (!source.orientation.Identity()) frame = Orient(*frame, source.orientation);
+            if (frame->width != settings.width || frame->height != settings.height) {
+                frame = FitFrame(*frame, settings.width, settings.height);
+            }
             chain.Apply(*frame, job->frameIndex);
             frame =
                 toEncoder.Convert(std::move(frame), encoder.PixelFormat(), encoder.ColorSpace());
@@ -124,7 +128,7 @@ int64_t RunPipeline(FrameSource& source, const std::vector<ChainStep>& steps, En
         for (auto& chain : chains) {
             threads.Start([&, chain = chain.get()] {
                 try {
-                    ProcessFrames(*chain, settings.layout, encoder, source.Info(), input, output);
+                    ProcessFrames(*chain, settings, encoder, source.Info(), input, output);
                 } catch (...) {
                     failure.Record();
                 }

@@ -16,6 +16,8 @@ namespace lfx {
 
 struct PipelineSettings {
     Layout layout = Layout::Bgra;
+    int width = 0;  // of the frames the effects get; the source's cut or grown to it
+    int height = 0;
     int workers = 1;
     int64_t frameLimit = -1;  // -1: every frame of the source
 };
