@@ -272,6 +272,8 @@ TEST_F(LfxTest, ErrorsSayOneLineExitNonZeroAndLeaveNoFiles) {
         {"apply -i line.png -o out.mp4", "add --even crop to drop the last odd row", 1},
         {"apply -i line.png -o out.mp4 --even crop", "leaves nothing", 2},
         {"apply -o out.mp4 --frames 0", "--frames: wants a count of 1 or more", 2},
+        {"apply -o out.mp4 --codec-opt nosuch=1", "libx264 encoder has no option 'nosuch'", 2},
+        {"apply -o out.mkv --codec ffv1 --crf 20", "ffv1 encoder has no option 'crf'", 2},
         {"apply -o out.png -e nosuch", "effects: ", 2},
         {"apply -o out.png -e invert -p nosuch=1", "no property 'nosuch'", 2},
         {"apply -o out.png -e invert -p duration=ten", "takes an integer", 2},
@@ -473,4 +475,33 @@ TEST_F(LfxTest, VersionEvenSizesAndAviRate) {
         EXPECT_EQ(frames[0]->height, c.height) << c.arguments;
         EXPECT_EQ(av_q2d(FileSource(In(name)).Info().frameRate), 25) << c.arguments;
     }
+}
+
+// The layout and the encoded chroma follow the source by default; quality settings reach x264.
+TEST_F(LfxTest, EncodingFollowsTheSourceAndTheSettings) {
+    const struct {
+        const char* source;
+        const char* says;
+        const char* written;
+    } cases[] = {{"yuv420p", "(yuv420p, libx264 yuv420p)", "yuv420p"},
+                 {"yuv422p", "(bgra, libx264 yuv422p)", "yuv422p"},
+                 {"yuv444p", "(bgra, libx264 yuv444p)", "yuv444p"},
+                 {"yuv420p10le", "yuv420p, the 10-bit source in 8 bits)", "yuv420p"}};
+    for (const auto& c : cases) {
+        ASSERT_EQ(std::system(("ffmpeg -v error -y -f lavfi -i testsrc2=size=64x36 -frames 3 "
+                               "-c:v libx264 -pix_fmt " +
+                               std::string(c.source) + " '" + In("in.mp4") + "'")
+                                  .c_str()),
+                  0);
+        const Outcome run = Lfx("apply -y -i in.mp4 -o out.mp4 -e invert");
+        EXPECT_NE(run.out.find(c.says), std::string::npos) << run.out << run.err;
+        EXPECT_STREQ(av_get_pix_fmt_name(FileSource(In("out.mp4")).Info().pixelFormat), c.written);
+    }
+    std::vector<uintmax_t> sizes;
+    for (const char* settings : {"--crf 10", "--crf 45 --preset veryfast", "--bitrate 20k"}) {
+        ASSERT_EQ(Lfx(std::string("apply -y -q -i in.mp4 -o out.mp4 ") + settings).code, 0);
+        sizes.push_back(fs::file_size(In("out.mp4")));
+    }
+    EXPECT_GT(sizes[0], sizes[1]);
+    EXPECT_GT(sizes[0], sizes[2]);
 }

@@ -1,4 +1,5 @@
 #include <cstdio>
+#include <string>
 
 #include "Commands.h"
 #include "Decoder.h"
@@ -27,6 +28,7 @@ int RunApply(const ApplyOptions& options) {
     if (width < 1 || height < 1)
         FailUsage("--even crop leaves nothing of a picture one pixel wide or high");
     CheckFrameBounds(steps, width, height);
+    const Layout layout = options.layout.value_or(LayoutFor(info.pixelFormat));
 
     OutputSettings output;
     output.path = options.output;
@@ -36,14 +38,19 @@ int RunApply(const ApplyOptions& options) {
     output.frameRate = info.frameRate;
     output.sampleAspect = info.sampleAspect;
     output.colorSpace = info.colorSpace;
-    output.sourceFormat = FfmpegFormat(options.layout);
+    output.sourceFormat = FfmpegFormat(layout);
+    output.keepChroma = ChromaToKeep(info.pixelFormat, layout);
+    output.crf = options.crf;
+    output.preset = options.preset;
+    output.bitRate = options.bitRate;
+    output.codecOptions = options.codecOptions;
     output.audio = info.audio;
     output.audioTimeBase = info.audioTimeBase;
     output.codec = options.codec;
     Encoder encoder(output);
 
     PipelineSettings settings;
-    settings.layout = options.layout;
+    settings.layout = layout;
     settings.width = width;
     settings.height = height;
     settings.workers = options.threads;
@@ -67,9 +74,13 @@ int RunApply(const ApplyOptions& options) {
     progress.Finish();
     if (!options.quiet) {
         const double seconds = progress.Seconds();
-        std::printf("lfx: wrote %s: %lld frame%s %dx%d (%s, %s) in %.2f s, %.1f fps\n",
+        // Effects work on 8-bit samples, so deeper sources are written in 8 bits.
+        const int depth = BitDepth(info.pixelFormat);
+        const std::string note =
+            depth > 8 ? ", the " + std::to_string(depth) + "-bit source in 8 bits" : "";
+        std::printf("lfx: wrote %s: %lld frame%s %dx%d (%s, %s%s) in %.2f s, %.1f fps\n",
                     options.output.c_str(), static_cast<long long>(frames), frames == 1 ? "" : "s",
-                    width, height, LayoutName(options.layout), encoder.Description().c_str(),
+                    width, height, LayoutName(layout), encoder.Description().c_str(), note.c_str(),
                     seconds, seconds > 0 ? frames / seconds : 0.0);
     }
     return 0;

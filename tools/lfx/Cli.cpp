@@ -22,7 +22,8 @@ namespace lfx {
 namespace {
 
 const char* const kLayoutHelp =
-    "pixel layout the effects work in: bgra (packed B, G, R, A) or yuv420p (planar 4:2:0)";
+    "pixel layout the effects work in: bgra (packed B, G, R, A) or yuv420p (planar 4:2:0); by "
+    "default yuv420p for 4:2:0 video and bgra for RGB pictures and 4:2:2/4:4:4 sources";
 
 struct CommonFlags {
     bool quiet = false;
@@ -90,8 +91,34 @@ InputOptions ToInput(const InputFlags& flags) {
     return input;
 }
 
-Layout ToLayout(const std::string& name) {
+std::optional<Layout> ToLayout(const std::string& name) {
+    if (name.empty()) return {};
     return name == "yuv420p" ? Layout::Yuv420p : Layout::Bgra;
+}
+
+// "key=value" split at its first '='; throws a UsageError naming `option` otherwise.
+std::pair<std::string, std::string> KeyValue(const std::string& option, const std::string& text) {
+    const size_t equals = text.find('=');
+    if (equals == std::string::npos || equals == 0) {
+        FailUsage(option + " wants key=value, not '" + text + "'");
+    }
+    return {text.substr(0, equals), text.substr(equals + 1)};
+}
+
+// Bits a second from "4M", "800k" or "2500000".
+int64_t ToBitRate(const std::string& text) {
+    char* end = nullptr;
+    const double number = std::strtod(text.c_str(), &end);
+    const std::string suffix = end;
+    const double scale = suffix == "k" || suffix == "K" ? 1e3
+                         : suffix == "M"                ? 1e6
+                         : suffix == "G"                ? 1e9
+                         : suffix.empty()               ? 1
+                                                        : 0;
+    if (end == text.c_str() || scale == 0 || !(number > 0) || number * scale > 1e12) {
+        FailUsage("--bitrate wants bits a second such as 4M, 800k or 2500000, not '" + text + "'");
+    }
+    return static_cast<int64_t>(number * scale);
 }
 
 // Pairs each -p with the -e before it, in the order they were given.
@@ -108,12 +135,7 @@ std::vector<EffectRequest> ToEffects(const CLI::App& command, const CLI::Option*
         } else if (option == propertyOption && nextProperty < properties.size()) {
             const std::string& text = properties[nextProperty++];
             if (requests.empty()) FailUsage("-p " + text + " must follow the -e it sets");
-            const size_t equals = text.find('=');
-            if (equals == std::string::npos || equals == 0) {
-                FailUsage("-p wants property=value, not '" + text + "'");
-            }
-            requests.back().properties.emplace_back(text.substr(0, equals),
-                                                    text.substr(equals + 1));
+            requests.back().properties.push_back(KeyValue("-p", text));
         }
     }
     return requests;
@@ -153,7 +175,9 @@ int RunCli(int argc, char** argv) {
 
     InputFlags applyInput;
     ApplyOptions apply;
-    std::string applyLayout = "bgra";
+    std::string applyLayout;
+    std::string bitRate;
+    std::vector<std::string> codecOptions;
     std::string evenName;
     std::vector<std::string> effects;
     std::vector<std::string> properties;
@@ -196,11 +220,27 @@ int RunCli(int argc, char** argv) {
         ->check(CLI::IsMember({"crop", "pad"}));
     applyCommand->add_option("--codec", apply.codec,
                              "video encoder to use, such as libx264, ffv1 or mpeg4");
+    applyCommand
+        ->add_option("--crf", apply.crf,
+                     "constant quality of libx264 and the like, lower is better (lfx's default for "
+                     "libx264: 20)")
+        ->check(CLI::Range(0, 63));
+    applyCommand->add_option("--preset", apply.preset,
+                             "encoder speed preset, such as ultrafast .. veryslow for libx264 "
+                             "(lfx's default: fast)");
+    applyCommand->add_option("--bitrate", bitRate,
+                             "target bits a second, such as 4M or 800k, instead of a quality");
+    applyCommand
+        ->add_option("--codec-opt", codecOptions,
+                     "key=value option of the encoder, as ffmpeg -h encoder=NAME lists them "
+                     "(repeat for more)")
+        ->type_size(1)
+        ->allow_extra_args(false);
     AddCommonFlags(*applyCommand, common);
 
     InputFlags galleryInput;
     GalleryOptions gallery;
-    std::string galleryLayout = "bgra";
+    std::string galleryLayout;
     CLI::App* galleryCommand = app.add_subcommand(
         "gallery", "Write one picture with every effect applied to the same frame, labelled.");
     AddInputFlags(*galleryCommand, galleryInput);
@@ -232,6 +272,9 @@ int RunCli(int argc, char** argv) {
             apply.even = evenName.empty()     ? Even::Refuse
                          : evenName == "crop" ? Even::Crop
                                               : Even::Pad;
+            if (!bitRate.empty()) apply.bitRate = ToBitRate(bitRate);
+            for (const std::string& option : codecOptions)
+                apply.codecOptions.push_back(KeyValue("--codec-opt", option));
             apply.quiet = common.quiet;
             apply.overwrite = common.OverwritePolicy();
             apply.effects =

@@ -3,7 +3,9 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "EffectChain.h"
@@ -25,10 +27,14 @@ struct ApplyOptions {
     InputOptions input;
     std::string output;
     std::vector<EffectRequest> effects;
-    Layout layout = Layout::Bgra;
+    std::optional<Layout> layout;  // none: the source's own (LayoutFor)
     int64_t frames = -1;
     int threads = 1;
     std::string codec;
+    int crf = -1;
+    std::string preset;
+    int64_t bitRate = 0;
+    std::vector<std::pair<std::string, std::string>> codecOptions;
     Even even = Even::Refuse;  // what to do with an odd size an encoder refuses
     bool quiet = false;
     Overwrite overwrite = Overwrite::Ask;
@@ -37,7 +43,7 @@ struct ApplyOptions {
 struct GalleryOptions {
     InputOptions input;
     std::string output;
-    Layout layout = Layout::Bgra;
+    std::optional<Layout> layout;
     int tileWidth = 320;
     int columns = 4;
     bool quiet = false;

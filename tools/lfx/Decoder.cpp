@@ -44,6 +44,7 @@ void FileSource::OpenVideoDecoder() {
     info_.height = decoder_->height;
     info_.timeBase = stream->time_base;
     info_.colorSpace = decoder_->colorspace;
+    info_.pixelFormat = decoder_->pix_fmt;
     const AVRational aspect = av_guess_sample_aspect_ratio(input_.get(), stream, nullptr);
     if (aspect.num > 0 && aspect.den > 0) info_.sampleAspect = aspect;
     const AVRational rate = av_guess_frame_rate(input_.get(), stream, nullptr);

@@ -67,9 +67,20 @@ AVPixelFormat FullRangeForm(AVPixelFormat format) {
     }
 }
 
-AVPixelFormat ChooseFormat(const AVCodec* codec, AVPixelFormat source) {
-    if (codec->id == AV_CODEC_ID_MJPEG) source = FullRangeForm(source);
+bool Offers(const AVCodec* codec, AVPixelFormat wanted) {
+    for (const AVPixelFormat* format = codec->pix_fmts; *format != AV_PIX_FMT_NONE; ++format) {
+        if (*format == wanted) return true;
+    }
+    return false;
+}
+
+AVPixelFormat ChooseFormat(const AVCodec* codec, AVPixelFormat source, AVPixelFormat keep) {
+    if (codec->id == AV_CODEC_ID_MJPEG) {
+        source = FullRangeForm(source);
+        keep = FullRangeForm(keep);
+    }
     if (codec->pix_fmts == nullptr) return source;
+    if (keep != AV_PIX_FMT_NONE && Offers(codec, keep)) return keep;
     for (const AVPixelFormat* format = codec->pix_fmts; *format != AV_PIX_FMT_NONE; ++format) {
         if (*format == source) return source;
     }
@@ -157,7 +168,7 @@ bool Encoder::TryEncoder(const AVCodec* codec, const OutputSettings& settings, i
     encoder->time_base = constantRate ? av_inv_q(settings.frameRate) : settings.timeBase;
     encoder->framerate = settings.frameRate;
     encoder->sample_aspect_ratio = settings.sampleAspect;
-    encoder->pix_fmt = ChooseFormat(codec, settings.sourceFormat);
+    encoder->pix_fmt = ChooseFormat(codec, settings.sourceFormat, settings.keepChroma);
     if (IsYuv(encoder->pix_fmt)) {
         colorSpace_ = EffectiveColorSpace(settings.colorSpace, settings.height);
         encoder->colorspace = colorSpace_;
@@ -168,20 +179,33 @@ bool Encoder::TryEncoder(const AVCodec* codec, const OutputSettings& settings, i
         encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     }
     AVDictionary* options = nullptr;
+    const bool quality = settings.bitRate == 0;
     if (std::strcmp(codec->name, "libx264") == 0) {
         av_dict_set(&options, "preset", "fast", 0);
-        av_dict_set(&options, "crf", "20", 0);
+        if (quality) av_dict_set(&options, "crf", "20", 0);
     } else if (codec->id == AV_CODEC_ID_PNG) {
         av_dict_set(&options, "pred", "mixed", 0);
-    } else if (codec->id == AV_CODEC_ID_MJPEG || codec->id == AV_CODEC_ID_MPEG4) {
+    } else if (quality && (codec->id == AV_CODEC_ID_MJPEG || codec->id == AV_CODEC_ID_MPEG4)) {
         encoder->flags |= AV_CODEC_FLAG_QSCALE;
         encoder->global_quality = FF_QP2LAMBDA * 3;
     }
+    encoder->bit_rate = settings.bitRate;
+    if (!settings.preset.empty()) av_dict_set(&options, "preset", settings.preset.c_str(), 0);
+    if (settings.crf >= 0) av_dict_set_int(&options, "crf", settings.crf, 0);
+    for (const auto& [key, value] : settings.codecOptions)
+        av_dict_set(&options, key.c_str(), value.c_str(), 0);
     const int result = avcodec_open2(encoder.get(), codec, &options);
+    // What the encoder did not take is named, not silently dropped.
+    const AVDictionaryEntry* unused = av_dict_get(options, "", nullptr, AV_DICT_IGNORE_SUFFIX);
+    const std::string unusedKey = unused != nullptr ? unused->key : "";
     av_dict_free(&options);
     if (result < 0) {
         if (failure == AVERROR_ENCODER_NOT_FOUND) failure = result;
         return false;
+    }
+    if (!unusedKey.empty()) {
+        FailUsage(std::string("the ") + codec->name + " encoder has no option '" + unusedKey +
+                  "' (ffmpeg -h encoder=" + codec->name + " lists them)");
     }
     encoder_ = std::move(encoder);
     return true;

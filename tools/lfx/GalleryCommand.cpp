@@ -33,11 +33,12 @@ int RunGallery(const GalleryOptions& options) {
     settings.output = options.output;
     settings.tileWidth = options.tileWidth;
     settings.columns = options.columns;
-    settings.layout = options.layout;
+    settings.layout = options.layout.value_or(LayoutFor(source->Info().pixelFormat));
     const int shown = WriteGallery(std::move(picture), source->Info().colorSpace, settings);
     if (!options.quiet) {
         std::printf("lfx: wrote %s: %d effect%s on %s (%s)\n", options.output.c_str(), shown,
-                    shown == 1 ? "" : "s", source->Info().name.c_str(), LayoutName(options.layout));
+                    shown == 1 ? "" : "s", source->Info().name.c_str(),
+                    LayoutName(settings.layout));
     }
     return 0;
 }
