@@ -1,13 +1,17 @@
 // lfx end to end: its list, its files compared with the library's own result, its errors.
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
 #include <stdlib.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <thread>
 
 #include "Available.h"
 #include "Decoder.h"
@@ -16,6 +20,7 @@
 #include "libfilter/CVideoFrame.h"
 
 extern "C" {
+#include <libavutil/display.h>
 #include <libavutil/imgutils.h>
 }
 
@@ -50,9 +55,10 @@ protected:
 
     // Runs lfx with `arguments` in the test's folder; its output goes beside the files.
     Outcome Lfx(const std::string& arguments) {
-        const std::string command =
-            std::string("cd '") + dir_.string() + "' && '" LFX_PROGRAM "' " + arguments + " >../" +
-            dir_.filename().string() + ".out 2>../" + dir_.filename().string() + ".err";
+        const std::string command = std::string("cd '") + dir_.string() +
+                                    "' && '" LFX_PROGRAM "' " + arguments + " </dev/null >../" +
+                                    dir_.filename().string() + ".out 2>../" +
+                                    dir_.filename().string() + ".err";
         const int status = std::system(command.c_str());
         const fs::path out = dir_.parent_path() / (dir_.filename().string() + ".out");
         const fs::path err = dir_.parent_path() / (dir_.filename().string() + ".err");
@@ -117,6 +123,45 @@ void LibraryApply(const AvailableEffect& effect, const PropertyList& properties,
     processor->ProcFrameInPlace(&position, 0, &view);
 }
 
+// `from`'s video copied packet by packet into an MP4 whose display matrix turns it `degrees`
+// clockwise, mirrored left-right first with `mirror`, as cameras record.
+void RemuxTurned(const std::string& from, const std::string& to, int degrees, bool mirror) {
+    AVFormatContext* in = nullptr;
+    ASSERT_EQ(avformat_open_input(&in, from.c_str(), nullptr, nullptr), 0);
+    InputContextPtr input(in);
+    ASSERT_GE(avformat_find_stream_info(in, nullptr), 0);
+    AVFormatContext* out = nullptr;
+    ASSERT_GE(avformat_alloc_output_context2(&out, nullptr, nullptr, to.c_str()), 0);
+    AVStream* stream = avformat_new_stream(out, nullptr);
+    ASSERT_GE(avcodec_parameters_copy(stream->codecpar, in->streams[0]->codecpar), 0);
+    stream->codecpar->codec_tag = 0;
+    stream->time_base = in->streams[0]->time_base;
+    auto* matrix = reinterpret_cast<int32_t*>(
+        av_stream_new_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, 9 * sizeof(int32_t)));
+    av_display_rotation_set(matrix, -degrees);
+    av_display_matrix_flip(matrix, mirror, 0);
+    ASSERT_GE(avio_open(&out->pb, to.c_str(), AVIO_FLAG_WRITE), 0);
+    ASSERT_GE(avformat_write_header(out, nullptr), 0);
+    PacketPtr packet = MakePacket();
+    while (av_read_frame(in, packet.get()) >= 0) {
+        av_packet_rescale_ts(packet.get(), in->streams[0]->time_base, stream->time_base);
+        ASSERT_GE(av_interleaved_write_frame(out, packet.get()), 0);
+    }
+    av_write_trailer(out);
+    avio_closep(&out->pb);
+    avformat_free_context(out);
+}
+
+// Mean absolute difference of two BGRA frames of one size, over every byte.
+double MeanDifference(const AVFrame& a, const AVFrame& b) {
+    double sum = 0;
+    for (int y = 0; y < a.height; ++y) {
+        for (int x = 0; x < 4 * a.width; ++x)
+            sum += std::abs(a.data[0][y * a.linesize[0] + x] - b.data[0][y * b.linesize[0] + x]);
+    }
+    return sum / (4.0 * a.width * a.height);
+}
+
 bool IsRandom(const AvailableEffect& effect) {
     return effect.entry->id == MediaCore::AVPROCESSOR_ADD_NOISE;
 }
@@ -149,7 +194,7 @@ TEST_F(LfxTest, PictureInBgraMatchesTheLibraryForEveryEffect) {
         if (IsRandom(effect)) continue;
         const std::string name = effect.entry->name;
         const PropertyList properties = catalogue::Showcase(*effect.entry, 64, 36);
-        std::string arguments = "apply -i in.png -o out.png -q -e " + name;
+        std::string arguments = "apply -i in.png -o out.png -y -q -e " + name;
         for (const auto& [key, value] : properties)
             arguments += " -p " + key + "=" + value;
         ASSERT_EQ(Lfx(arguments).code, 0) << name;
@@ -213,35 +258,46 @@ TEST_F(LfxTest, ErrorsSayOneLineExitNonZeroAndLeaveNoFiles) {
         wav.write(header, sizeof header - 1);
         wav << std::string(264, '\0');
     }
+    ASSERT_EQ(std::system(("ffmpeg -v error -f lavfi -i testsrc=size=1x40 -frames 1 '" +
+                           In("line.png") + "'")
+                              .c_str()),
+              0);
     const std::vector<std::string> before = Files();
     const struct {
         const char* arguments;
         const char* says;
+        int code;  // 1: the work failed, 2: the command line is wrong
     } cases[] = {
-        {"apply -o out.png -e nosuch", "effects: "},
-        {"apply -o out.png -e invert -p nosuch=1", "no property 'nosuch'"},
-        {"apply -o out.png -e invert -p duration=ten", "takes an integer"},
-        {"apply -o out.png -e blur -p blur_count=2000000000", "an integer in 0..10, not"},
-        {"apply -o out.png -e blur -p blur_count=-5", "an integer in 0..10, not"},
-        {"apply -o out.png -e rotate90 -p rotate90_angle=400", "an integer in 0..360"},
-        {"apply -o out.png -e brightness-contrast -p contrast=1e999", "a number in -100..100"},
-        {"apply -o out.png -e mosaic -p mosaic_x2=99999", "0..1280 for this 1280x720 input"},
-        {"apply -o out.png -e color-filter -p filter_color=0x1000000", "0xRRGGBB, #RRGGBB"},
-        {"apply -o out.png -p duration=1", "must follow the -e"},
-        {"apply -i missing.mp4 -o out.png", "cannot read 'missing.mp4'"},
-        {"apply -i notes.txt -o out.png", "cannot read 'notes.txt'"},
-        {"apply -i sound.wav -o out.png", "has no video"},
-        {"apply -o out.xyz", "cannot write 'out.xyz'"},
-        {"apply -o nofolder/out.png", "cannot write 'nofolder/out.png'"},
-        {"apply -o out.png --frames 2", "holds one frame"},
-        {"apply -o out.mp4 --codec nosuch", "no video encoder named 'nosuch'"},
-        {"apply -i cut.mkv -o out.mkv", "cut.mkv"},
-        {"gallery -o out.xyz", "cannot write 'out.xyz'"},
-        {"apply --output", "lfx: "},
+        {"apply -i line.png -o out.png -e rotate90", "this input is 1x40", 2},
+        {"apply -i line.png -o out.mp4", "add --even crop to drop the last odd row", 1},
+        {"apply -i line.png -o out.mp4 --even crop", "leaves nothing", 2},
+        {"apply -o out.mp4 --frames 0", "--frames: wants a count of 1 or more", 2},
+        {"apply -o out.mp4 --codec-opt nosuch=1", "libx264 encoder has no option 'nosuch'", 2},
+        {"apply -o out.mkv --codec ffv1 --crf 20", "ffv1 encoder has no option 'crf'", 2},
+        {"apply -o out.png -e nosuch", "effects: ", 2},
+        {"apply -o out.png -e invert -p nosuch=1", "no property 'nosuch'", 2},
+        {"apply -o out.png -e invert -p duration=ten", "takes an integer", 2},
+        {"apply -o out.png -e blur -p blur_count=2000000000", "an integer in 0..10, not", 2},
+        {"apply -o out.png -e blur -p blur_count=-5", "an integer in 0..10, not", 2},
+        {"apply -o out.png -e rotate90 -p rotate90_angle=400", "an integer in 0..360", 2},
+        {"apply -o out.png -e brightness-contrast -p contrast=1e999", "a number in -100..100", 2},
+        {"apply -o out.png -e mosaic -p mosaic_x2=99999", "0..1280 for this 1280x720 input", 2},
+        {"apply -o out.png -e color-filter -p filter_color=0x1000000", "0xRRGGBB, #RRGGBB", 2},
+        {"apply -o out.png -p duration=1", "must follow the -e", 2},
+        {"apply -i missing.mp4 -o out.png", "cannot read 'missing.mp4'", 1},
+        {"apply -i notes.txt -o out.png", "cannot read 'notes.txt'", 1},
+        {"apply -i sound.wav -o out.png", "has no video", 1},
+        {"apply -o out.xyz", "cannot write 'out.xyz'", 2},
+        {"apply -o nofolder/out.png", "cannot write 'nofolder/out.png'", 1},
+        {"apply -o out.png --frames 2", "holds one frame", 2},
+        {"apply -o out.mp4 --codec nosuch", "no video encoder named 'nosuch'", 2},
+        {"apply -i cut.mkv -o out.mkv", "cut.mkv", 1},
+        {"gallery -o out.xyz", "cannot write 'out.xyz'", 2},
+        {"apply --output", "lfx: ", 2},
     };
     for (const auto& c : cases) {
         const Outcome run = Lfx(c.arguments);
-        EXPECT_NE(run.code, 0) << c.arguments;
+        EXPECT_EQ(run.code, c.code) << c.arguments;
         EXPECT_EQ(run.err.rfind("lfx: ", 0), 0u) << c.arguments << ": " << run.err;
         EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
         EXPECT_NE(run.err.find(c.says), std::string::npos) << run.err;
@@ -288,4 +344,164 @@ TEST_F(LfxTest, FlagsTakeOnlyZeroOrOne) {
         }
     }
     GTEST_SKIP() << "no effect in this build has a flag yet";
+}
+
+// JPEG pictures are full range whatever layout the effects ran in, at any size.
+TEST_F(LfxTest, JpegOutputWorksInEveryFormatAndSize) {
+    for (const char* size : {"64x36", "63x35"}) {
+        ASSERT_EQ(Lfx(std::string("apply -y -q -o in.png --size ") + size).code, 0);
+        const std::vector<FramePtr> input = Decode(In("in.png"), AV_PIX_FMT_BGRA);
+        for (const char* format : {"bgra", "yuv420p"}) {
+            const Outcome run =
+                Lfx(std::string("apply -y -q -i in.png -o out.jpg --format ") + format);
+            ASSERT_EQ(run.code, 0) << size << " " << format << ": " << run.err;
+            const std::vector<FramePtr> output = Decode(In("out.jpg"), AV_PIX_FMT_BGRA);
+            ASSERT_EQ(output.size(), 1u);
+            ASSERT_EQ(output[0]->width, input[0]->width);
+            EXPECT_LT(MeanDifference(*input[0], *output[0]), 8) << size << " " << format;
+        }
+    }
+}
+
+// The input is never written over, whatever path reaches it; other outputs need -y, or a yes.
+TEST_F(LfxTest, OutputsReplaceNothingUnasked) {
+    ASSERT_EQ(Lfx("apply -q --size 64x36 -o in.png").code, 0);
+    ASSERT_EQ(Lfx("apply -q --size 32x18 -o old.png").code, 0);
+    fs::create_directory(In("sub"));
+    fs::create_symlink("in.png", In("link.png"));
+    const std::string input = ReadAll(In("in.png"));
+    const std::string old = ReadAll(In("old.png"));
+    const struct {
+        const char* arguments;
+        int code;
+        const char* says;
+    } cases[] = {
+        {"-o in.png -y", 1, "is the input"},
+        {"-o sub/../in.png -y", 1, "is the input"},
+        {"-o link.png -y", 1, "is the input"},
+        {"-o old.png", 1, "-y replaces it"},
+        {"-o old.png -n", 1, "exists"},
+        {"-o old.png -n -y", 2, "excludes"},
+        {"-o old.png -y", 0, ""},
+    };
+    for (const auto& c : cases) {
+        const Outcome run = Lfx(std::string("apply -q -i in.png -e invert ") + c.arguments);
+        EXPECT_EQ(run.code, c.code) << c.arguments << ": " << run.err;
+        EXPECT_NE(run.err.find(c.says), std::string::npos) << run.err;
+        EXPECT_EQ(ReadAll(In("old.png")) == old, c.code != 0) << c.arguments;
+    }
+    EXPECT_EQ(ReadAll(In("in.png")), input);
+    EXPECT_EQ(Lfx("gallery -q -i in.png -o in.png -y").code, 1);
+}
+
+// A video whose display matrix turns it comes out as ffmpeg shows it, unless told otherwise.
+TEST_F(LfxTest, TurnedVideosComeOutUprightAsFfmpegShowsThem) {
+    ASSERT_EQ(Lfx("apply -q --size 64x36 --frames 3 -o clip.mp4").code, 0);
+    const struct {
+        int degrees;
+        bool mirror;
+    } cases[] = {{90, false}, {180, false}, {270, false}, {90, true}, {0, true}};
+    for (const auto& c : cases) {
+        const std::string where = std::to_string(c.degrees) + (c.mirror ? " mirrored" : "");
+        RemuxTurned(In("clip.mp4"), In("turned.mp4"), c.degrees, c.mirror);
+        ASSERT_EQ(std::system(("ffmpeg -v error -y -i '" + In("turned.mp4") + "' -c:v ffv1 '" +
+                               In("ffmpeg.mkv") + "'")
+                                  .c_str()),
+                  0);
+        const Outcome run =
+            Lfx("apply -y -q -i turned.mp4 -o lfx.mkv --codec ffv1 --format yuv420p");
+        ASSERT_EQ(run.code, 0) << where << ": " << run.err;
+        const std::vector<FramePtr> expected = Decode(In("ffmpeg.mkv"), AV_PIX_FMT_YUV420P);
+        const std::vector<FramePtr> output = Decode(In("lfx.mkv"), AV_PIX_FMT_YUV420P);
+        ASSERT_EQ(output.size(), expected.size());
+        EXPECT_EQ(output[0]->width, c.degrees % 180 ? 36 : 64) << where;
+        EXPECT_TRUE(Pixels(*expected.back()) == Pixels(*output.back())) << where;
+    }
+    ASSERT_EQ(Lfx("apply -y -q -i turned.mp4 -o kept.png --no-autorotate").code, 0);
+    EXPECT_EQ(Decode(In("kept.png"), AV_PIX_FMT_BGRA)[0]->height, 36);
+}
+
+// Whatever stops lfx mid-run, from a person, a closed terminal or a job runner, no file is left.
+TEST_F(LfxTest, StoppingSignalsLeaveNoFile) {
+    for (const int signal : {SIGTERM, SIGHUP, SIGINT, SIGQUIT}) {
+        // Started as a job runner does, with every stopping signal at its default.
+        posix_spawnattr_t attributes;
+        posix_spawnattr_init(&attributes);
+        sigset_t defaults;
+        sigemptyset(&defaults);
+        for (const int s : {SIGTERM, SIGHUP, SIGINT, SIGQUIT})
+            sigaddset(&defaults, s);
+        posix_spawnattr_setsigdefault(&attributes, &defaults);
+        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
+        const std::string output = In("long.mp4");
+        const char* argv[] = {LFX_PROGRAM, "apply",     "-q", "-o", output.c_str(), "--size",
+                              "640x360",   "--seconds", "60", "-e", "blur",         nullptr};
+        pid_t child = 0;
+        ASSERT_EQ(posix_spawn(&child, LFX_PROGRAM, nullptr, &attributes,
+                              const_cast<char* const*>(argv), environ),
+                  0);
+        posix_spawnattr_destroy(&attributes);
+        // Once the unfinished file exists, frames are on their way.
+        for (int i = 0; i < 500 && Files().empty(); ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        EXPECT_EQ(Files().size(), 1u);
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        kill(child, signal);
+        int status = 0;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 128 + signal) << signal;
+        EXPECT_TRUE(Files().empty()) << signal;
+    }
+}
+
+TEST_F(LfxTest, VersionEvenSizesAndAviRate) {
+    const Outcome version = Lfx("--version");
+    EXPECT_EQ(version.code, 0);
+    EXPECT_EQ(version.out.rfind("lfx ", 0), 0u) << version.out;
+    ASSERT_EQ(Lfx("apply -q --size 63x35 --frames 3 -o odd.mkv --codec ffv1").code, 0);
+    const struct {
+        const char* arguments;
+        int width, height;
+    } cases[] = {{"-o out.mp4 --even crop", 62, 34},
+                 {"-o out.mp4 --even pad", 64, 36},
+                 {"-o out.avi --even pad --format yuv420p", 64, 36}};
+    for (const auto& c : cases) {
+        const Outcome run = Lfx(std::string("apply -y -q -i odd.mkv -e invert ") + c.arguments);
+        ASSERT_EQ(run.code, 0) << c.arguments << ": " << run.err;
+        const std::string name = std::strstr(c.arguments, ".avi") ? "out.avi" : "out.mp4";
+        const std::vector<FramePtr> frames = Decode(In(name), AV_PIX_FMT_YUV420P);
+        ASSERT_EQ(frames.size(), 3u) << c.arguments;
+        EXPECT_EQ(frames[0]->width, c.width) << c.arguments;
+        EXPECT_EQ(frames[0]->height, c.height) << c.arguments;
+        EXPECT_EQ(av_q2d(FileSource(In(name)).Info().frameRate), 25) << c.arguments;
+    }
+}
+
+// The layout and the encoded chroma follow the source by default; quality settings reach x264.
+TEST_F(LfxTest, EncodingFollowsTheSourceAndTheSettings) {
+    const struct {
+        const char* source;
+        const char* says;
+        const char* written;
+    } cases[] = {{"yuv420p", "(yuv420p, libx264 yuv420p)", "yuv420p"},
+                 {"yuv422p", "(bgra, libx264 yuv422p)", "yuv422p"},
+                 {"yuv444p", "(bgra, libx264 yuv444p)", "yuv444p"},
+                 {"yuv420p10le", "yuv420p, the 10-bit source in 8 bits)", "yuv420p"}};
+    for (const auto& c : cases) {
+        ASSERT_EQ(std::system(("ffmpeg -v error -y -f lavfi -i testsrc2=size=64x36 -frames 3 "
+                               "-c:v libx264 -pix_fmt " +
+                               std::string(c.source) + " '" + In("in.mp4") + "'")
+                                  .c_str()),
+                  0);
+        const Outcome run = Lfx("apply -y -i in.mp4 -o out.mp4 -e invert");
+        EXPECT_NE(run.out.find(c.says), std::string::npos) << run.out << run.err;
+        EXPECT_STREQ(av_get_pix_fmt_name(FileSource(In("out.mp4")).Info().pixelFormat), c.written);
+    }
+    std::vector<uintmax_t> sizes;
+    for (const char* settings : {"--crf 10", "--crf 45 --preset veryfast", "--bitrate 20k"}) {
+        ASSERT_EQ(Lfx(std::string("apply -y -q -i in.mp4 -o out.mp4 ") + settings).code, 0);
+        sizes.push_back(fs::file_size(In("out.mp4")));
+    }
+    EXPECT_GT(sizes[0], sizes[1]);
+    EXPECT_GT(sizes[0], sizes[2]);
 }

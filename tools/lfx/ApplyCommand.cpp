@@ -1,65 +1,65 @@
-#include <csignal>
 #include <cstdio>
+#include <string>
 
 #include "Commands.h"
 #include "Decoder.h"
 #include "Encoder.h"
 #include "Errors.h"
 #include "Pipeline.h"
+#include "Signals.h"
 
 namespace lfx {
 
-namespace {
-
-// Ctrl-C stops the pipeline cleanly, so the unfinished file is removed.
-class InterruptGuard {
-public:
-    InterruptGuard() : previous_(std::signal(SIGINT, [](int) { Interrupt(); })) {}
-    ~InterruptGuard() { std::signal(SIGINT, previous_); }
-    InterruptGuard(const InterruptGuard&) = delete;
-    InterruptGuard& operator=(const InterruptGuard&) = delete;
-
-private:
-    void (*previous_)(int);
-};
-
-}  // namespace
-
 std::unique_ptr<FrameSource> OpenSource(const InputOptions& input) {
     if (input.path.empty()) return std::make_unique<GeneratedSource>(input.clip);
-    return std::make_unique<FileSource>(input.path);
+    return std::make_unique<FileSource>(input.path, input.autorotate);
 }
 
 int RunApply(const ApplyOptions& options) {
     const std::vector<ChainStep> steps = ResolveChain(options.effects);
-    InterruptGuard interruptGuard;
+    ClaimOutput(options.output, options.input.path, options.overwrite);
+    // After any question on the terminal, where Ctrl-C simply ends lfx.
+    StopSignals stopSignals;
     std::unique_ptr<FrameSource> source = OpenSource(options.input);
     const SourceInfo& info = source->Info();
-    CheckFrameBounds(steps, info.width, info.height);
+    int width = info.width;
+    int height = info.height;
+    EvenSize(options.even, width, height);
+    if (width < 1 || height < 1)
+        FailUsage("--even crop leaves nothing of a picture one pixel wide or high");
+    CheckFrameBounds(steps, width, height);
+    const Layout layout = options.layout.value_or(LayoutFor(info.pixelFormat));
 
     OutputSettings output;
     output.path = options.output;
-    output.width = info.width;
-    output.height = info.height;
+    output.width = width;
+    output.height = height;
     output.timeBase = info.timeBase;
     output.frameRate = info.frameRate;
     output.sampleAspect = info.sampleAspect;
     output.colorSpace = info.colorSpace;
-    output.sourceFormat = FfmpegFormat(options.layout);
+    output.sourceFormat = FfmpegFormat(layout);
+    output.keepChroma = ChromaToKeep(info.pixelFormat, layout);
+    output.crf = options.crf;
+    output.preset = options.preset;
+    output.bitRate = options.bitRate;
+    output.codecOptions = options.codecOptions;
     output.audio = info.audio;
     output.audioTimeBase = info.audioTimeBase;
     output.codec = options.codec;
     Encoder encoder(output);
 
     PipelineSettings settings;
-    settings.layout = options.layout;
+    settings.layout = layout;
+    settings.width = width;
+    settings.height = height;
     settings.workers = options.threads;
     settings.frameLimit = options.frames;
     if (encoder.IsPicture()) {
         if (options.frames > 1) {
-            Fail("'" + options.output +
-                 "' is a picture and holds one frame; write a video "
-                 "(.mp4, .mkv) for more");
+            FailUsage("'" + options.output +
+                      "' is a picture and holds one frame; write a video "
+                      "(.mp4, .mkv) for more");
         }
         settings.frameLimit = 1;
     }
@@ -74,10 +74,14 @@ int RunApply(const ApplyOptions& options) {
     progress.Finish();
     if (!options.quiet) {
         const double seconds = progress.Seconds();
-        std::printf("lfx: wrote %s: %lld frame%s %dx%d (%s, %s) in %.2f s, %.1f fps\n",
+        // Effects work on 8-bit samples, so deeper sources are written in 8 bits.
+        const int depth = BitDepth(info.pixelFormat);
+        const std::string note =
+            depth > 8 ? ", the " + std::to_string(depth) + "-bit source in 8 bits" : "";
+        std::printf("lfx: wrote %s: %lld frame%s %dx%d (%s, %s%s) in %.2f s, %.1f fps\n",
                     options.output.c_str(), static_cast<long long>(frames), frames == 1 ? "" : "s",
-                    info.width, info.height, LayoutName(options.layout),
-                    encoder.Description().c_str(), seconds, seconds > 0 ? frames / seconds : 0.0);
+                    width, height, LayoutName(layout), encoder.Description().c_str(), note.c_str(),
+                    seconds, seconds > 0 ? frames / seconds : 0.0);
     }
     return 0;
 }

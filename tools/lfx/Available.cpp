@@ -43,14 +43,14 @@ const AvailableEffect& FindEffect(const std::string& nameOrId) {
         for (const AvailableEffect& effect : AvailableEffects()) {
             if (effect.entry == entry) return effect;
         }
-        Fail("effect '" + std::string(entry->name) +
-             "' is not available: " + UnavailableReason(*entry));
+        FailUsage("effect '" + std::string(entry->name) +
+                  "' is not available: " + UnavailableReason(*entry));
     }
     std::string names;
     for (const AvailableEffect& effect : AvailableEffects()) {
         names += (names.empty() ? "" : ", ") + std::string(effect.entry->name);
     }
-    Fail("unknown effect '" + nameOrId + "' (effects: " + names + ")");
+    FailUsage("unknown effect '" + nameOrId + "' (effects: " + names + ")");
 }
 
 EffectPtr CreateEffect(const AvailableEffect& effect) {

@@ -1,10 +1,13 @@
 #include "Decoder.h"
 
+#include <cstdlib>
+#include <utility>
+
 #include "Errors.h"
 
 namespace lfx {
 
-FileSource::FileSource(const std::string& path) : path_(path) {
+FileSource::FileSource(const std::string& path, bool autorotate) : path_(path) {
     info_.name = "'" + path + "'";
     AVFormatContext* input = nullptr;
     int result = avformat_open_input(&input, path.c_str(), nullptr, nullptr);
@@ -13,6 +16,7 @@ FileSource::FileSource(const std::string& path) : path_(path) {
     result = avformat_find_stream_info(input, nullptr);
     if (result < 0) Fail("cannot read " + info_.name, result);
     OpenVideoDecoder();
+    if (autorotate) ReadOrientation(*input->streams[videoIndex_]);
     audioIndex_ = av_find_best_stream(input, AVMEDIA_TYPE_AUDIO, -1, videoIndex_, nullptr, 0);
     if (audioIndex_ >= 0) {
         info_.audio = input->streams[audioIndex_]->codecpar;
@@ -40,10 +44,26 @@ void FileSource::OpenVideoDecoder() {
     info_.height = decoder_->height;
     info_.timeBase = stream->time_base;
     info_.colorSpace = decoder_->colorspace;
+    info_.pixelFormat = decoder_->pix_fmt;
     const AVRational aspect = av_guess_sample_aspect_ratio(input_.get(), stream, nullptr);
     if (aspect.num > 0 && aspect.den > 0) info_.sampleAspect = aspect;
     const AVRational rate = av_guess_frame_rate(input_.get(), stream, nullptr);
     if (rate.num > 0 && rate.den > 0) info_.frameRate = rate;
+}
+
+void FileSource::ReadOrientation(const AVStream& stream) {
+    size_t size = 0;
+    const uint8_t* matrix = av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, &size);
+    const AVDictionaryEntry* tag = av_dict_get(stream.metadata, "rotate", nullptr, 0);
+    if (matrix != nullptr && size >= 9 * sizeof(int32_t)) {
+        info_.orientation = FromDisplayMatrix(reinterpret_cast<const int32_t*>(matrix));
+    } else if (tag != nullptr) {
+        info_.orientation = FromDegrees(std::atoi(tag->value));
+    }
+    if (info_.orientation.transpose) {
+        std::swap(info_.width, info_.height);
+        std::swap(info_.sampleAspect.num, info_.sampleAspect.den);
+    }
 }
 
 int64_t FileSource::EstimateFrameCount() const {

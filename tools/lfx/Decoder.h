@@ -7,14 +7,16 @@ namespace lfx {
 
 class FileSource final : public FrameSource {
 public:
-    // Opens the file and its best video stream; throws a UserError when it cannot.
-    explicit FileSource(const std::string& path);
+    // Opens the file and its best video stream; throws a UserError when it cannot. With
+    // `autorotate` the frames are to be shown turned as the stream's display matrix says.
+    explicit FileSource(const std::string& path, bool autorotate = true);
 
     const SourceInfo& Info() const override { return info_; }
     bool Next(StreamItem& item) override;
 
 private:
     void OpenVideoDecoder();
+    void ReadOrientation(const AVStream& stream);
     int64_t EstimateFrameCount() const;
 
     std::string path_;

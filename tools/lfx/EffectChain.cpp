@@ -13,6 +13,7 @@ extern "C" {
 #include "Errors.h"
 #include "Layout.h"
 #include "QuietSink.h"
+#include "Signals.h"
 #include "libfilter/CVideoFrame.h"
 
 namespace lfx {
@@ -73,31 +74,32 @@ std::string CheckProperty(const AvailableEffect& effect, const std::string& name
                           const std::string& value) {
     const std::string where = "effect " + Quoted(effect.entry->name) + ": property " + Quoted(name);
     if (name == kDurationProperty) {
-        if (!WholeNumber(value, true)) Fail(where + " takes an integer, not " + Quoted(value));
+        if (!WholeNumber(value, true)) FailUsage(where + " takes an integer, not " + Quoted(value));
         return value;
     }
     const PropertyDescription* property = effect.FindProperty(name);
     if (property == nullptr) {
         const std::string names = effect.PropertyNames();
-        Fail("effect " + Quoted(effect.entry->name) + " has no property " + Quoted(name) +
-             (names.empty() ? " (it has none)" : " (its properties: " + names + ")"));
+        FailUsage("effect " + Quoted(effect.entry->name) + " has no property " + Quoted(name) +
+                  (names.empty() ? " (it has none)" : " (its properties: " + names + ")"));
     }
     const std::string takes = where + " takes " + Describe(*property) + ", not " + Quoted(value);
     if (property->kind == PropertyKind::Color) {
         std::optional<std::string> colour = ColourText(value);
-        if (!colour) Fail(takes);
+        if (!colour) FailUsage(takes);
         return *colour;
     }
     // Any other value of a flag would mean off, which is more likely a slip than a wish.
     if (property->kind == PropertyKind::Flag) {
-        if (value != "0" && value != "1") Fail(takes);
+        if (value != "0" && value != "1") FailUsage(takes);
         return value;
     }
     const std::optional<double> number =
         WholeNumber(value, property->kind == PropertyKind::Integer);
     // A bound from the frame's size is checked once the input's size is known.
     const bool fixedTop = property->upper == catalogue::RangeBound::Fixed;
-    if (!number || *number < property->min || (fixedTop && *number > property->max)) Fail(takes);
+    if (!number || *number < property->min || (fixedTop && *number > property->max))
+        FailUsage(takes);
     return value;
 }
 
@@ -117,15 +119,24 @@ std::vector<ChainStep> ResolveChain(const std::vector<EffectRequest>& requests) 
 
 void CheckFrameBounds(const std::vector<ChainStep>& steps, unsigned width, unsigned height) {
     for (const ChainStep& step : steps) {
+        // The quarter turn scales the turned picture to fit, which leaves nothing of a line.
+        if (step.effect->entry->id == MediaCore::AVPROCESSOR_ROTATE90 &&
+            (width < 2 || height < 2)) {
+            FailUsage(
+                "effect 'rotate90' turns pictures at least 2 pixels wide and high; this "
+                "input is " +
+                std::to_string(width) + "x" + std::to_string(height));
+        }
         for (const auto& [name, value] : step.properties) {
             const PropertyDescription* property = step.effect->FindProperty(name);
             if (property == nullptr || property->upper == catalogue::RangeBound::Fixed) continue;
             const double top = catalogue::UpperBound(*property, width, height);
             if (std::strtod(value.c_str(), nullptr) > top) {
-                Fail("effect " + Quoted(step.effect->entry->name) + ": property " + Quoted(name) +
-                     " takes " + catalogue::RangeText(*property) + " (0.." +
-                     std::to_string(static_cast<long>(top)) + " for this " + std::to_string(width) +
-                     "x" + std::to_string(height) + " input), not " + Quoted(value));
+                FailUsage("effect " + Quoted(step.effect->entry->name) + ": property " +
+                          Quoted(name) + " takes " + catalogue::RangeText(*property) + " (0.." +
+                          std::to_string(static_cast<long>(top)) + " for this " +
+                          std::to_string(width) + "x" + std::to_string(height) + " input), not " +
+                          Quoted(value));
             }
         }
     }
@@ -155,6 +166,7 @@ void EffectChain::Apply(AVFrame& frame, int index) {
     MediaCore::ImagePostion position{};
     QuietSink::TakeReport();
     for (const Instance& effect : effects_) {
+        CheckStop();  // a long chain on a big frame stops between effects
         effect.processor->ProcFrameInPlace(&position, index, &view);
         if (auto report = QuietSink::TakeReport()) {
             Fail("effect " + Quoted(effect.effect->entry->name) + " failed on frame " +

@@ -27,10 +27,10 @@ std::vector<const AVCodec*> Candidates(const AVOutputFormat* format, const std::
     if (!requested.empty()) {
         const AVCodec* codec = avcodec_find_encoder_by_name(requested.c_str());
         if (codec == nullptr || codec->type != AVMEDIA_TYPE_VIDEO) {
-            Fail("FFmpeg has no video encoder named '" + requested + "'");
+            FailUsage("FFmpeg has no video encoder named '" + requested + "'");
         }
         if (!Holds(format, codec->id)) {
-            Fail("'" + path + "' cannot hold " + requested + " video");
+            FailUsage("'" + path + "' cannot hold " + requested + " video");
         }
         return {codec};
     }
@@ -53,8 +53,34 @@ std::vector<const AVCodec*> Candidates(const AVOutputFormat* format, const std::
     return codecs;
 }
 
-AVPixelFormat ChooseFormat(const AVCodec* codec, AVPixelFormat source) {
+// JPEG pictures are full range, so a studio-range YUV layout is encoded in its full-range form.
+AVPixelFormat FullRangeForm(AVPixelFormat format) {
+    switch (format) {
+        case AV_PIX_FMT_YUV420P:
+            return AV_PIX_FMT_YUVJ420P;
+        case AV_PIX_FMT_YUV422P:
+            return AV_PIX_FMT_YUVJ422P;
+        case AV_PIX_FMT_YUV444P:
+            return AV_PIX_FMT_YUVJ444P;
+        default:
+            return format;
+    }
+}
+
+bool Offers(const AVCodec* codec, AVPixelFormat wanted) {
+    for (const AVPixelFormat* format = codec->pix_fmts; *format != AV_PIX_FMT_NONE; ++format) {
+        if (*format == wanted) return true;
+    }
+    return false;
+}
+
+AVPixelFormat ChooseFormat(const AVCodec* codec, AVPixelFormat source, AVPixelFormat keep) {
+    if (codec->id == AV_CODEC_ID_MJPEG) {
+        source = FullRangeForm(source);
+        keep = FullRangeForm(keep);
+    }
     if (codec->pix_fmts == nullptr) return source;
+    if (keep != AV_PIX_FMT_NONE && Offers(codec, keep)) return keep;
     for (const AVPixelFormat* format = codec->pix_fmts; *format != AV_PIX_FMT_NONE; ++format) {
         if (*format == source) return source;
     }
@@ -82,12 +108,13 @@ void Encoder::OutputContextDeleter::operator()(AVFormatContext* context) const {
     avformat_free_context(context);
 }
 
-Encoder::Encoder(const OutputSettings& settings) : path_(settings.path), packet_(MakePacket()) {
+Encoder::Encoder(const OutputSettings& settings)
+    : path_(settings.path), frameTimeBase_(settings.timeBase), packet_(MakePacket()) {
     const AVOutputFormat* format = av_guess_format(nullptr, path_.c_str(), nullptr);
     if (format == nullptr || format->video_codec == AV_CODEC_ID_NONE) {
-        Fail("cannot write '" + path_ +
-             "': FFmpeg writes no video or picture format by that name (try .mp4, .mkv, .png "
-             "or .jpg)");
+        FailUsage("cannot write '" + path_ +
+                  "': FFmpeg writes no video or picture format by that name (try .mp4, .mkv, .png "
+                  "or .jpg)");
     }
     picture_ = std::strcmp(format->name, "image2") == 0;
     file_ = std::make_unique<TempFile>(path_);
@@ -112,9 +139,11 @@ void Encoder::OpenEncoder(const OutputSettings& settings) {
     }
     if (!encoder_) {
         std::string hint;
-        if (settings.width % 2 != 0 || settings.height % 2 != 0) {
-            hint = " (video encoders often need an even width and height; the picture is " +
-                   std::to_string(settings.width) + "x" + std::to_string(settings.height) + ")";
+        if (!picture_ && (settings.width % 2 != 0 || settings.height % 2 != 0)) {
+            hint = " (it needs an even width and height and the picture is " +
+                   std::to_string(settings.width) + "x" + std::to_string(settings.height) +
+                   ": add --even crop to drop the last odd row or column, or --even pad to "
+                   "repeat it)";
         }
         const std::string what = codecs.empty()
                                      ? "FFmpeg has no encoder for '" + path_ + "'"
@@ -134,33 +163,49 @@ bool Encoder::TryEncoder(const AVCodec* codec, const OutputSettings& settings, i
     CodecContextPtr encoder = MakeCodecContext(codec);
     encoder->width = settings.width;
     encoder->height = settings.height;
-    encoder->time_base = settings.timeBase;
+    // AVI declares its frame rate by the time base, so it gets one tick a frame.
+    const bool constantRate = std::strcmp(output_->oformat->name, "avi") == 0;
+    encoder->time_base = constantRate ? av_inv_q(settings.frameRate) : settings.timeBase;
     encoder->framerate = settings.frameRate;
     encoder->sample_aspect_ratio = settings.sampleAspect;
-    encoder->pix_fmt = ChooseFormat(codec, settings.sourceFormat);
+    encoder->pix_fmt = ChooseFormat(codec, settings.sourceFormat, settings.keepChroma);
     if (IsYuv(encoder->pix_fmt)) {
         colorSpace_ = EffectiveColorSpace(settings.colorSpace, settings.height);
         encoder->colorspace = colorSpace_;
+        if (codec->id == AV_CODEC_ID_MJPEG) encoder->color_range = AVCOL_RANGE_JPEG;
     }
     encoder->thread_count = 0;
     if (output_->oformat->flags & AVFMT_GLOBALHEADER) {
         encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     }
     AVDictionary* options = nullptr;
+    const bool quality = settings.bitRate == 0;
     if (std::strcmp(codec->name, "libx264") == 0) {
         av_dict_set(&options, "preset", "fast", 0);
-        av_dict_set(&options, "crf", "20", 0);
+        if (quality) av_dict_set(&options, "crf", "20", 0);
     } else if (codec->id == AV_CODEC_ID_PNG) {
         av_dict_set(&options, "pred", "mixed", 0);
-    } else if (codec->id == AV_CODEC_ID_MJPEG || codec->id == AV_CODEC_ID_MPEG4) {
+    } else if (quality && (codec->id == AV_CODEC_ID_MJPEG || codec->id == AV_CODEC_ID_MPEG4)) {
         encoder->flags |= AV_CODEC_FLAG_QSCALE;
         encoder->global_quality = FF_QP2LAMBDA * 3;
     }
+    encoder->bit_rate = settings.bitRate;
+    if (!settings.preset.empty()) av_dict_set(&options, "preset", settings.preset.c_str(), 0);
+    if (settings.crf >= 0) av_dict_set_int(&options, "crf", settings.crf, 0);
+    for (const auto& [key, value] : settings.codecOptions)
+        av_dict_set(&options, key.c_str(), value.c_str(), 0);
     const int result = avcodec_open2(encoder.get(), codec, &options);
+    // What the encoder did not take is named, not silently dropped.
+    const AVDictionaryEntry* unused = av_dict_get(options, "", nullptr, AV_DICT_IGNORE_SUFFIX);
+    const std::string unusedKey = unused != nullptr ? unused->key : "";
     av_dict_free(&options);
     if (result < 0) {
         if (failure == AVERROR_ENCODER_NOT_FOUND) failure = result;
         return false;
+    }
+    if (!unusedKey.empty()) {
+        FailUsage(std::string("the ") + codec->name + " encoder has no option '" + unusedKey +
+                  "' (ffmpeg -h encoder=" + codec->name + " lists them)");
     }
     encoder_ = std::move(encoder);
     return true;
@@ -216,6 +261,7 @@ void Encoder::Write(StreamItem& item) {
         return;
     }
     AVFrame* frame = item.frame.get();
+    frame->pts = av_rescale_q(frame->pts, frameTimeBase_, encoder_->time_base);
     if (lastPts_ != AV_NOPTS_VALUE && frame->pts <= lastPts_) frame->pts = lastPts_ + 1;
     lastPts_ = frame->pts;
     frame->pict_type = AV_PICTURE_TYPE_NONE;

@@ -5,6 +5,8 @@
 
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "Ffmpeg.h"
 #include "Source.h"
@@ -23,7 +25,12 @@ struct OutputSettings {
     AVPixelFormat sourceFormat = AV_PIX_FMT_BGRA;     // what the frames are in before encoding
     const AVCodecParameters* audio = nullptr;         // stream to copy, or null
     AVRational audioTimeBase{1, 1};
-    std::string codec;  // encoder name; empty: chosen by the container
+    std::string codec;                           // encoder name; empty: chosen by the container
+    AVPixelFormat keepChroma = AV_PIX_FMT_NONE;  // YUV format to encode in where the encoder can
+    int crf = -1;                                // constant quality, -1: the encoder's default
+    std::string preset;                          // speed against size, for encoders that have it
+    int64_t bitRate = 0;                         // bits a second, 0: quality-driven
+    std::vector<std::pair<std::string, std::string>> codecOptions;  // passed to the encoder
 };
 
 class Encoder {
@@ -65,6 +72,7 @@ private:
     AVStream* videoStream_ = nullptr;
     AVStream* audioStream_ = nullptr;
     AVRational audioTimeBase_{1, 1};
+    AVRational frameTimeBase_{1, 1};  // of the frames Write is given
     std::string audioNote_;
     AVColorSpace colorSpace_ = AVCOL_SPC_UNSPECIFIED;
     PacketPtr packet_;

@@ -9,4 +9,8 @@ void Fail(const std::string& what, int code) {
     throw UserError(what);
 }
 
+void FailUsage(const std::string& what) {
+    throw UsageError(what);
+}
+
 }  // namespace lfx

@@ -93,11 +93,12 @@ uint8_t Clamp(int value) {
 GeneratedSource::GeneratedSource(const ClipSettings& settings) : settings_(settings) {
     if (settings.width < 2 || settings.height < 2 || settings.width > 16384 ||
         settings.height > 16384) {
-        Fail("the generated clip needs a size between 2x2 and 16384x16384");
+        FailUsage("the generated clip needs a size between 2x2 and 16384x16384");
     }
-    if (settings.rate < 1 || settings.rate > 1000) Fail("the generated clip needs 1 to 1000 fps");
+    if (settings.rate < 1 || settings.rate > 1000)
+        FailUsage("the generated clip needs 1 to 1000 fps");
     if (!(settings.seconds > 0) || settings.seconds > 3600) {
-        Fail("the generated clip needs a length above 0 and up to 3600 seconds");
+        FailUsage("the generated clip needs a length above 0 and up to 3600 seconds");
     }
     info_.width = settings.width;
     info_.height = settings.height;

@@ -7,14 +7,14 @@
 #include <thread>
 
 #include "Errors.h"
+#include "Fit.h"
 #include "Queues.h"
 #include "Scaler.h"
+#include "Signals.h"
 
 namespace lfx {
 
 namespace {
-
-std::atomic<bool> g_interrupted{false};
 
 struct Job {
     int64_t sequence = 0;
@@ -68,7 +68,7 @@ void ReadSource(FrameSource& source, int64_t frameLimit, BoundedQueue<Job>& inpu
     int64_t sequence = 0;
     int frames = 0;
     while (frameLimit < 0 || frames < frameLimit) {
-        if (g_interrupted.load()) Fail("interrupted");
+        CheckStop();
         Job job;
         if (!source.Next(job.item)) break;
         job.sequence = sequence++;
@@ -80,15 +80,19 @@ void ReadSource(FrameSource& source, int64_t frameLimit, BoundedQueue<Job>& inpu
     input.Close();
 }
 
-void ProcessFrames(EffectChain& chain, Layout layout, const Encoder& encoder,
-                   AVColorSpace sourceSpace, BoundedQueue<Job>& input, OrderedQueue<Job>& output) {
+void ProcessFrames(EffectChain& chain, const PipelineSettings& settings, const Encoder& encoder,
+                   const SourceInfo& source, BoundedQueue<Job>& input, OrderedQueue<Job>& output) {
     Scaler toLayout;
     Scaler toEncoder;
     while (std::optional<Job> job = input.Pop()) {
         if (FramePtr& frame = job->item.frame) {
             const AVColorSpace space =
-                frame->colorspace != AVCOL_SPC_UNSPECIFIED ? frame->colorspace : sourceSpace;
-            frame = toLayout.Convert(std::move(frame), FfmpegFormat(layout), space);
+                frame->colorspace != AVCOL_SPC_UNSPECIFIED ? frame->colorspace : source.colorSpace;
+            frame = toLayout.Convert(std::move(frame), FfmpegFormat(settings.layout), space);
+            if (!source.orientation.Identity()) frame = Orient(*frame, source.orientation);
+            if (frame->width != settings.width || frame->height != settings.height) {
+                frame = FitFrame(*frame, settings.width, settings.height);
+            }
             chain.Apply(*frame, job->frameIndex);
             frame =
                 toEncoder.Convert(std::move(frame), encoder.PixelFormat(), encoder.ColorSpace());
@@ -99,10 +103,6 @@ void ProcessFrames(EffectChain& chain, Layout layout, const Encoder& encoder,
 }
 
 }  // namespace
-
-void Interrupt() {
-    g_interrupted.store(true);
-}
 
 int64_t RunPipeline(FrameSource& source, const std::vector<ChainStep>& steps, Encoder& encoder,
                     const PipelineSettings& settings, Progress& progress) {
@@ -128,8 +128,7 @@ int64_t RunPipeline(FrameSource& source, const std::vector<ChainStep>& steps, En
         for (auto& chain : chains) {
             threads.Start([&, chain = chain.get()] {
                 try {
-                    ProcessFrames(*chain, settings.layout, encoder, source.Info().colorSpace, input,
-                                  output);
+                    ProcessFrames(*chain, settings, encoder, source.Info(), input, output);
                 } catch (...) {
                     failure.Record();
                 }

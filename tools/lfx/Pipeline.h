@@ -16,16 +16,15 @@ namespace lfx {
 
 struct PipelineSettings {
     Layout layout = Layout::Bgra;
+    int width = 0;  // of the frames the effects get; the source's cut or grown to it
+    int height = 0;
     int workers = 1;
     int64_t frameLimit = -1;  // -1: every frame of the source
 };
 
-// Frames written. Throws a UserError (after stopping every thread) when a stage fails, or when
-// Interrupt was called.
+// Frames written. Throws a UserError (after stopping every thread) when a stage fails, or
+// Interrupted when a stopping signal arrives.
 int64_t RunPipeline(FrameSource& source, const std::vector<ChainStep>& steps, Encoder& encoder,
                     const PipelineSettings& settings, Progress& progress);
-
-// Asks a running pipeline to stop; safe to call from a signal handler.
-void Interrupt();
 
 }  // namespace lfx

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "Ffmpeg.h"
+#include "Orientation.h"
 
 namespace lfx {
 
@@ -22,9 +23,11 @@ struct SourceInfo {
     AVRational sampleAspect{1, 1};  // shape of a pixel
     int64_t frameCount = -1;        // -1 when not known ahead
     AVColorSpace colorSpace = AVCOL_SPC_UNSPECIFIED;
-    const AVCodecParameters* audio = nullptr;  // the audio stream to copy, or null
+    AVPixelFormat pixelFormat = AV_PIX_FMT_BGRA;  // as decoded
+    const AVCodecParameters* audio = nullptr;     // the audio stream to copy, or null
     AVRational audioTimeBase{1, 1};
-    std::string name;  // for messages
+    Orientation orientation;  // applied to each frame before the effects; size is after it
+    std::string name;         // for messages
 };
 
 class FrameSource {

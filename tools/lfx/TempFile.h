@@ -6,6 +6,13 @@
 
 namespace lfx {
 
+// What to do when the output already exists.
+enum class Overwrite { Ask, Always, Never };
+
+// Throws a UserError when `output` is the file `input` names (by any path) or when it exists and
+// may not be replaced: Never refuses, Ask asks on a terminal and refuses when there is none.
+void ClaimOutput(const std::string& output, const std::string& input, Overwrite overwrite);
+
 class TempFile {
 public:
     // Creates the empty temporary file; throws a UserError when the folder is not writable.
