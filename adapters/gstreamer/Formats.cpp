@@ -75,6 +75,14 @@ int LibraryFormat(GstVideoFormat format) {
 }
 
 void Attach(GstVideoFrame& frame, CVideoFrame& view) {
+    // The picture as mapped: a buffer's video meta may describe less than the caps, and a field
+    // of alternate interlacing has half the frame's rows.
+    const auto width = static_cast<unsigned>(GST_VIDEO_FRAME_WIDTH(&frame));
+    const auto height = static_cast<unsigned>(GST_VIDEO_INFO_FIELD_HEIGHT(&frame.info));
+    unsigned viewWidth = 0;
+    unsigned viewHeight = 0;
+    view.GetDimension(&viewWidth, &viewHeight);
+    if (width != viewWidth || height != viewHeight) view.SetSize(width, height);
     unsigned char* data[kMaxPlanes] = {};
     int pitches[kMaxPlanes] = {};
     const unsigned planes = std::min(view.GetBufferCount(), kMaxPlanes);

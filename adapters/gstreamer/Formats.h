@@ -14,8 +14,9 @@ namespace gst_adapter {
 // The library's pixel format for a GStreamer format, or -1 when the library has none for it.
 int LibraryFormat(GstVideoFormat format);
 
-// Points `view` (made for the frame's library format and size) at the frame's planes: luma, the
-// two chroma planes in U, V order whatever their order in memory, then alpha.
+// Points `view` (made for the frame's library format) at the frame's planes: luma, the two
+// chroma planes in U, V order whatever their order in memory, then alpha. The view takes the
+// size of the picture the frame maps.
 void Attach(GstVideoFrame& frame, MediaCore::CVideoFrame& view);
 
 // The formats on which the effect, set as its showcase says, changes a frame: the formats it
