@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "Formats.h"
+#include "Properties.h"
 
 namespace gst_adapter {
 
@@ -29,10 +30,6 @@ using MediaCore::CVideoFrame;
 
 GST_DEBUG_CATEGORY_STATIC(g_debug);
 #define GST_CAT_DEFAULT g_debug
-
-// The upper end offered for a property that reaches the frame's width or height: the largest
-// frame side the library's position record holds. The effect keeps the value within the frame.
-constexpr double kFrameSideLimit = 65535;
 
 // What one element keeps beside its GObject: the effect, and the property values the user set,
 // which reach the effect on the streaming thread just before the next frame.
@@ -63,105 +60,12 @@ struct ClassData {
     std::vector<GstVideoFormat> formats;
 };
 
-GType EffectBaseType();
-
 GstLibfilterEffect* Self(gpointer instance) {
     return reinterpret_cast<GstLibfilterEffect*>(instance);
 }
 
 const EffectDescription& EffectOf(gpointer instance) {
     return *reinterpret_cast<GstLibfilterEffectClass*>(G_OBJECT_GET_CLASS(instance))->effect;
-}
-
-// --- Properties ------------------------------------------------------------------------------
-
-double UpperEnd(const PropertyDescription& property) {
-    return property.upper == RangeBound::Fixed ? property.max : kFrameSideLimit;
-}
-
-double DefaultOf(const PropertyDescription& property) {
-    const char* text = property.defaultText != nullptr ? property.defaultText : "0";
-    const double value = property.kind == PropertyKind::Color
-                             ? static_cast<double>(std::strtoul(text, nullptr, 0))
-                             : std::strtod(text, nullptr);
-    return std::isfinite(value) ? value : 0.0;
-}
-
-std::string Blurb(const PropertyDescription& property) {
-    std::string blurb = property.explanation != nullptr ? property.explanation : "";
-    if (property.upper == RangeBound::FrameWidth) blurb += " (up to the frame's width)";
-    if (property.upper == RangeBound::FrameHeight) blurb += " (up to the frame's height)";
-    if (property.kind == PropertyKind::Color) blurb += " (0xRRGGBB)";
-    return blurb;
-}
-
-int ToInt(double value) {
-    return static_cast<int>(std::lround(std::clamp(value, double{INT_MIN}, double{INT_MAX})));
-}
-
-GParamSpec* MakeSpec(const PropertyDescription& property) {
-    const gchar* name = g_intern_string(PropertyName(property).c_str());
-    const gchar* blurb = g_intern_string(Blurb(property).c_str());
-    const auto flags = static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS |
-                                                GST_PARAM_CONTROLLABLE | GST_PARAM_MUTABLE_PLAYING);
-    const double low = property.min;
-    const double high = std::max(low, UpperEnd(property));
-    const double start = std::clamp(DefaultOf(property), low, high);
-    switch (property.kind) {
-        case PropertyKind::Integer:
-            return g_param_spec_int(name, property.name, blurb, ToInt(low), ToInt(high),
-                                    ToInt(start), flags);
-        case PropertyKind::Real:
-            return g_param_spec_double(name, property.name, blurb, low, high, start, flags);
-        case PropertyKind::Flag:
-            return g_param_spec_boolean(name, property.name, blurb, start == 1.0, flags);
-        case PropertyKind::Color:
-            return g_param_spec_uint(name, property.name, blurb, 0, 0xFFFFFF,
-                                     static_cast<guint>(std::clamp(start, 0.0, 16777215.0)), flags);
-    }
-    return nullptr;
-}
-
-double FromValue(PropertyKind kind, const GValue* value) {
-    switch (kind) {
-        case PropertyKind::Integer:
-            return g_value_get_int(value);
-        case PropertyKind::Real:
-            return g_value_get_double(value);
-        case PropertyKind::Flag:
-            return g_value_get_boolean(value) ? 1.0 : 0.0;
-        case PropertyKind::Color:
-            return g_value_get_uint(value);
-    }
-    return 0.0;
-}
-
-void ToValue(PropertyKind kind, double number, GValue* value) {
-    switch (kind) {
-        case PropertyKind::Integer:
-            g_value_set_int(value, ToInt(number));
-            break;
-        case PropertyKind::Real:
-            g_value_set_double(value, number);
-            break;
-        case PropertyKind::Flag:
-            g_value_set_boolean(value, number == 1.0);
-            break;
-        case PropertyKind::Color:
-            g_value_set_uint(value, static_cast<guint>(number));
-            break;
-    }
-}
-
-// The text the effect reads for a value: whole numbers for integers, flags and colours.
-std::string PropertyText(PropertyKind kind, double number) {
-    char text[32];
-    if (kind == PropertyKind::Real) {
-        std::snprintf(text, sizeof text, "%.17g", number);
-    } else {
-        std::snprintf(text, sizeof text, "%lld", static_cast<long long>(std::llround(number)));
-    }
-    return text;
 }
 
 void SetPropertyCallback(GObject* object, guint id, const GValue* value, GParamSpec* spec) {
@@ -320,6 +224,12 @@ void EffectClassInit(gpointer klass, gpointer data) {
     object->set_property = SetPropertyCallback;
     object->get_property = GetPropertyCallback;
     for (unsigned i = 0; i < effect.propertyCount; ++i) {
+        // A name an ancestor already has ("name", "qos") would hide that one: left out.
+        if (g_object_class_find_property(object, PropertyName(effect.properties[i]).c_str())) {
+            GST_WARNING("%s: property %s clashes with an element property", effect.name,
+                        effect.properties[i].name);
+            continue;
+        }
         GParamSpec* spec = MakeSpec(effect.properties[i]);
         if (spec != nullptr) g_object_class_install_property(object, i + 1, spec);
     }
@@ -349,7 +259,7 @@ void EffectInstanceInit(GTypeInstance* instance, gpointer klass) {
         const PropertyDescription& property = effect.properties[i];
         GParamSpec* spec =
             g_object_class_find_property(G_OBJECT_CLASS(klass), PropertyName(property).c_str());
-        if (spec != nullptr)
+        if (spec != nullptr && spec->owner_type == G_TYPE_FROM_CLASS(klass))
             state->values[i] = FromValue(property.kind, g_param_spec_get_default_value(spec));
     }
     Self(instance)->state = state.release();
@@ -378,12 +288,6 @@ std::string ElementName(const EffectDescription& effect) {
         const auto byte = static_cast<unsigned char>(*c);
         name += std::isalnum(byte) ? static_cast<char>(std::tolower(byte)) : '-';
     }
-    return name;
-}
-
-std::string PropertyName(const PropertyDescription& property) {
-    std::string name = property.name;
-    std::replace(name.begin(), name.end(), '_', '-');
     return name;
 }
 

@@ -13,9 +13,6 @@ namespace gst_adapter {
 // "libfilter-" and the effect's short name as `lfx list` prints it: "libfilter-mosaic".
 std::string ElementName(const catalogue::EffectDescription& effect);
 
-// The effect's property under its GObject name: '_' becomes '-' ("blur_count" is "blur-count").
-std::string PropertyName(const catalogue::PropertyDescription& property);
-
 // Registers the effect's element with the plug-in; false when this build cannot run the effect
 // or it takes none of the formats the elements offer.
 bool RegisterElement(GstPlugin* plugin, const catalogue::EffectDescription& effect);
