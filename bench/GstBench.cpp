@@ -47,7 +47,7 @@ const Pair kPairs[] = {
      {{"brightness", "20"}, {"contrast", "40"}, {"saturation", "60"}},
      "videobalance brightness=0.2 contrast=1.4 saturation=1.6",
      {"I420", "BGRA"}},
-    {"mirror", {{"mirror", "1"}}, "videoflip method=horizontal-flip", {"I420", "BGRA"}},
+    {"mirror", {{"mirror", "1"}}, "videoflip video-direction=horiz", {"I420", "BGRA"}},
     {"aged-film", {}, "coloreffects preset=sepia", {"", "BGRA"}},
     {"aged-film", {}, "agingtv", {"", "BGRx"}},
     {"blur", {{"blur_count", "1"}}, "gaussianblur", {"", "AYUV"}},
