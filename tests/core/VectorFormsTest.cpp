@@ -1,0 +1,73 @@
+// Every vector form of every kernel against its scalar rule, in one place: each effect the
+// library describes runs on random frames of every format it may touch, at every instruction
+// level this processor has, under its default, showcase and random in-range settings, and must
+// leave the same bytes (guards, padding and crop included) as at the scalar level.
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "support/TestFrame.h"
+
+using namespace MediaCore;
+using namespace testing_support;
+
+namespace {
+
+// Packed, the planar YUV members with each chroma thinning, the one with alpha, and 4:4:4.
+const std::vector<int> kFormats = {30, 0, 4, 6, 7, 12, 13, 33, 35, 90, 5};
+
+// A value inside the property's range for a frame of this size.
+std::string RandomValue(const PropertyDescription& property, unsigned width, unsigned height,
+                        std::mt19937& random) {
+    const double upper = catalogue::UpperBound(property, width, height);
+    switch (property.kind) {
+        case PropertyKind::Flag:
+            return std::to_string(random() % 2);
+        case PropertyKind::Color:
+            return std::to_string(random() & 0xFFFFFF);
+        case PropertyKind::Real:
+            return std::to_string(
+                std::uniform_real_distribution<double>(property.min, upper)(random));
+        case PropertyKind::Integer:
+            break;
+    }
+    const auto low = static_cast<long>(property.min), high = static_cast<long>(upper);
+    return std::to_string(std::uniform_int_distribution<long>(low, std::max(low, high))(random));
+}
+
+// Settings for a frame of this size: 0 the defaults, 1 the showcase, later ones random.
+PropertyList Settings(const EffectDescription& effect, int which, const FrameShape& shape,
+                      std::mt19937& random) {
+    if (which == 0) return {};
+    if (which == 1) return catalogue::Showcase(effect, shape.width, shape.height);
+    PropertyList list;
+    for (unsigned i = 0; i < effect.propertyCount; ++i) {
+        const PropertyDescription& property = effect.properties[i];
+        list.emplace_back(property.name, RandomValue(property, shape.width, shape.height, random));
+    }
+    return list;
+}
+
+TEST(VectorForms, EveryLevelGivesTheScalarRulesBytes) {
+    const std::vector<FrameShape> shapes = KernelShapes(kFormats);
+    for (const ServedEffect& served : ServedEffects()) {
+        std::mt19937 random(served.id);
+        for (int which = 0; which < 4; ++which) {
+            FactoryEffect effect(served.Create());
+            ASSERT_NE(effect.p, nullptr) << served.name;
+            // A sample of the shapes, always with the full-HD rows, uncropped and cropped.
+            for (size_t i = 0; i < shapes.size(); ++i) {
+                const FrameShape& shape = shapes[i];
+                if (shape.width != 1920 && random() % 12 != 0) continue;
+                const PropertyList settings = Settings(*served.description, which, shape, random);
+                effect.Set(settings);
+                const bool crop = random() % 2 == 0;
+                EXPECT_EQ(FirstLevelDiffering(effect.p, shape, crop, static_cast<uint32_t>(i)), "")
+                    << served.name << " on " << ShapeName(shape) << (crop ? " cropped" : "")
+                    << " with " << testing::PrintToString(settings);
+            }
+        }
+    }
+}
+
+}  // namespace
