@@ -7,8 +7,6 @@
 // this table.
 #pragma once
 
-#include <vector>
-
 #include "base/ErrorReport.h"
 #include "libfilter/EffectDescription.h"
 
@@ -21,8 +19,8 @@ struct LF_INTERNAL EffectRegistration {
     explicit EffectRegistration(const EffectDescription& description);
 };
 
-// The table, in id order.
-LF_INTERNAL const std::vector<const EffectDescription*>& DescribedEffects();
+// The table, in id order; `count` receives its length.
+LF_INTERNAL const EffectDescription* const* DescribedEffects(unsigned* count);
 // The description with this id, or null.
 LF_INTERNAL const EffectDescription* FindDescription(unsigned id);
 
@@ -41,12 +39,12 @@ constexpr unsigned CountOf(const ShowcaseSetting (&)[N]) {
 
 // Creators for a description. A constructor's failure becomes one report and a null result.
 template <class Effect>
-GVideoProcessor* MakeEffect(GController*) {
+LF_INTERNAL GVideoProcessor* MakeEffect(GController*) {
     return LF_GUARDED(ErrorFile::kCommonEffects,
                       [&]() -> GVideoProcessor* { return new Effect(); });
 }
 template <class Effect>
-GVideoProcessor* MakeEffectWithController(GController* controller) {
+LF_INTERNAL GVideoProcessor* MakeEffectWithController(GController* controller) {
     return LF_GUARDED(ErrorFile::kCommonEffects,
                       [&]() -> GVideoProcessor* { return new Effect(controller); });
 }

@@ -13,28 +13,43 @@ namespace {
 
 constexpr const char* kFile = ErrorFile::kCommonEffects;
 
-std::vector<const EffectDescription*>& Table() {
-    static std::vector<const EffectDescription*> table;
+// A plain array rather than a container: the table is filled while the library loads, and a
+// container's template code would join the library's exported symbols.
+struct Table {
+    static constexpr unsigned kRoom = 256;
+    const EffectDescription* entries[kRoom];
+    unsigned count;
+};
+
+Table& TheTable() {
+    static Table table{};
     return table;
 }
 
 }  // namespace
 
 EffectRegistration::EffectRegistration(const EffectDescription& description) {
-    std::vector<const EffectDescription*>& table = Table();
+    Table& table = TheTable();
+    if (table.count == Table::kRoom) std::abort();  // a build with more effects than room
+    const EffectDescription** end = table.entries + table.count;
     const auto byId = [](const EffectDescription* a, const EffectDescription* b) {
         return a->id < b->id;
     };
-    table.insert(std::upper_bound(table.begin(), table.end(), &description, byId), &description);
+    const EffectDescription** at = std::upper_bound(table.entries, end, &description, byId);
+    std::copy_backward(at, end, end + 1);
+    *at = &description;
+    ++table.count;
 }
 
-const std::vector<const EffectDescription*>& DescribedEffects() {
-    return Table();
+const EffectDescription* const* DescribedEffects(unsigned* count) {
+    *count = TheTable().count;
+    return TheTable().entries;
 }
 
 const EffectDescription* FindDescription(unsigned id) {
-    for (const EffectDescription* description : Table()) {
-        if (description->id == id) return description;
+    const Table& table = TheTable();
+    for (unsigned i = 0; i < table.count; ++i) {
+        if (table.entries[i]->id == id) return table.entries[i];
     }
     return nullptr;
 }
@@ -68,7 +83,6 @@ extern "C" const MediaCore::EffectDescription* const* libfilter_GetEffectDescrip
     using namespace MediaCore;
     return LF_GUARDED(kFile, [&]() -> const EffectDescription* const* {
         LF_REQUIRE(kFile, count);
-        *count = static_cast<unsigned>(DescribedEffects().size());
-        return DescribedEffects().data();
+        return DescribedEffects(count);
     });
 }
