@@ -224,8 +224,10 @@ void BenchMemcpy(benchmark::State& state, Format format, Size size) {
     state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(frame.Bytes()));
 }
 
+// In place, or with outOfPlace through ProcFrame: a copy the library makes and changes (in one
+// walk over memory for the effects that allow it).
 void BenchEffect(benchmark::State& state, Effect effect, Format format, Size size,
-                 Simd::Level level) {
+                 Simd::Level level, bool outOfPlace = false) {
     BenchFrame frame(format.number, size.width, size.height);
     GVideoProcessor* processor = effect.create();
     for (const auto& [name, value] : effect.properties)
@@ -237,7 +239,11 @@ void BenchEffect(benchmark::State& state, Effect effect, Format format, Size siz
     // pattern) is not timed.
     processor->ProcFrameInPlace(&position, 0, &frame.Frame());
     for (auto _ : state) {
-        processor->ProcFrameInPlace(&position, 0, &frame.Frame());
+        if (outOfPlace) {
+            benchmark::DoNotOptimize(processor->ProcFrame(&position, 0, &frame.Frame()));
+        } else {
+            processor->ProcFrameInPlace(&position, 0, &frame.Frame());
+        }
         benchmark::ClobberMemory();
     }
     Simd::SetLevelLimit(Simd::kAvx512);
@@ -285,13 +291,16 @@ int main(int argc, char** argv) {
                 // The widest form under the effect's own name, then each narrower one.
                 const std::string name = std::string(effect.name) + "/" + Key(format, size);
                 benchmark::RegisterBenchmark(name.c_str(), BenchEffect, effect, format, size,
-                                             Simd::kAvx512);
+                                             Simd::kAvx512, false);
+                benchmark::RegisterBenchmark(
+                    (std::string(effect.name) + "@out/" + Key(format, size)).c_str(), BenchEffect,
+                    effect, format, size, Simd::kAvx512, true);
                 for (int level = Simd::kScalar; level < Simd::HostLevel(); ++level) {
                     const auto l = static_cast<Simd::Level>(level);
                     const std::string narrower = std::string(effect.name) + "@" +
                                                  Simd::LevelName(l) + "/" + Key(format, size);
                     benchmark::RegisterBenchmark(narrower.c_str(), BenchEffect, effect, format,
-                                                 size, l);
+                                                 size, l, false);
                 }
             }
         }

@@ -1,6 +1,8 @@
 // Aligned allocation with a 16-byte header (pad, size) just before the returned block.
 #pragma once
 
+#include <utility>
+
 #include <cstddef>
 
 extern "C" {
@@ -27,6 +29,12 @@ public:
     unsigned Alignment() const { return alignment_; }
     void SetAlignment(unsigned alignment) { alignment_ = alignment; }
     unsigned char* Data() const { return data_; }
+    // Exchanges blocks (sizes and alignments with them) with `other`.
+    void Swap(AlignedBuffer& other) noexcept {
+        std::swap(size_, other.size_);
+        std::swap(data_, other.data_);
+        std::swap(alignment_, other.alignment_);
+    }
 
 private:
     unsigned size_ = 0;

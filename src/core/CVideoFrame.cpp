@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 #include "base/ErrorReport.h"
+#include "core/OnePass.h"
 #include "libfilter/Siblings.h"
 
 namespace MediaCore {
@@ -20,11 +22,19 @@ size_t RoundUp16(size_t n) {
     return (n + 15) & ~static_cast<size_t>(15);
 }
 
+// Set by CloneLayout for the one copy it makes on this thread, with the frame whose memory
+// that copy may take over.
+thread_local bool t_layoutOnly = false;
+thread_local CVideoFrame* t_donor = nullptr;
+
 // Copies a plane's rows x pitch bytes to `target` (zeros for a plane never given memory),
-// points the plane there and returns the room it took.
-size_t CopyPlaneInto(CVideoFrame::PlaneRecord& plane, unsigned char* target) {
+// points the plane there and returns the room it took. With `layoutOnly` the bytes are left
+// for a one-pass effect to bring over.
+size_t CopyPlaneInto(CVideoFrame::PlaneRecord& plane, unsigned char* target, bool layoutOnly) {
     const size_t size = size_t{plane.rows} * plane.pitch;
-    if (plane.data != nullptr) {
+    if (layoutOnly) {
+        // nothing to copy yet
+    } else if (plane.data != nullptr) {
         libcore_memcpy(target, plane.data, size);
     } else {
         std::memset(target, 0, size);  // a plane never given memory copies as zeros
@@ -82,6 +92,7 @@ CVideoFrame::CVideoFrame(const CVideoFrame& other)
       duplicatedSecond_(other.duplicatedSecond_),
       ownsMemory_(true),
       borderData_(other.borderData_) {
+    const bool layoutOnly = std::exchange(t_layoutOnly, false);  // not for the sub frame
     if (other.subFrame_) subFrame_.reset(other.subFrame_->Clone());
 
     // Planes with row bytes get their slots first, in plane order. A plane with rows but no
@@ -99,12 +110,20 @@ CVideoFrame::CVideoFrame(const CVideoFrame& other)
     }
     block_.SetAlignment(kBlockAlignment);
     if (total > UINT32_MAX) LF_RAISE(kFile, ErrorText::kMallocFailed);
-    block_.Resize(static_cast<unsigned>(total), kFile, __LINE__);
+    CVideoFrame* donor = layoutOnly ? std::exchange(t_donor, nullptr) : nullptr;
+    if (donor != nullptr && donor->block_.Size() == total &&
+        donor->block_.Alignment() == kBlockAlignment) {
+        // The last copy's memory, warm and already mapped, instead of a fresh block.
+        block_.Swap(donor->block_);
+    } else {
+        block_.Resize(static_cast<unsigned>(total), kFile, __LINE__);
+    }
 
     unsigned char* target = block_.Data();
     for (const bool spare : {false, true}) {
         for (PlaneRecord& plane : planes_) {
-            if (spare ? needsSpare(plane) : hasSlot(plane)) target += CopyPlaneInto(plane, target);
+            if (spare ? needsSpare(plane) : hasSlot(plane))
+                target += CopyPlaneInto(plane, target, layoutOnly);
         }
     }
 }
@@ -248,6 +267,15 @@ GVideoFrame* CVideoFrame::CopySubsetFrame(GVideoFrame* frame) {
     if (frame == nullptr) return nullptr;
     subFrame_.reset(frame->Clone());
     return subFrame_.get();
+}
+
+CVideoFrame* CloneLayout(CVideoFrame& frame, CVideoFrame* donor) {
+    t_layoutOnly = true;
+    t_donor = donor;
+    GVideoFrame* copy = frame.CVideoFrame::Clone();
+    t_layoutOnly = false;
+    t_donor = nullptr;
+    return static_cast<CVideoFrame*>(copy);
 }
 
 }  // namespace MediaCore

@@ -4,8 +4,11 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "core/OnePass.h"
 #include "libfilter/GVideoFrame.h"
 #include "libfilter/PixelFormat.h"
+
+#pragma GCC visibility push(hidden)
 
 namespace MediaCore {
 
@@ -82,11 +85,25 @@ inline Plane GetPackedPlane(GVideoFrame* frame) {
     return p;
 }
 
+// In a one-pass copy, brings row `row` of a plane over from the source before it is read or
+// changed outside a span walk.
+inline void StageRow(const uint8_t* row) {
+    if (OnePassCopy* copy = OnePassCopy::Active()) copy->Stage(row);
+}
+
 // Calls fn(span, bytes) over the first `bytes` bytes of every row; rows that touch in memory
 // are handed over as one span, which keeps short rows off the per-call overhead.
 template <class Fn>
 void ForEachSpan(const Plane& p, Fn&& fn) {
     if (p.Empty()) return;
+    // In a one-pass copy each row comes over from the source just before it is changed.
+    if (OnePassCopy* copy = OnePassCopy::Active()) {
+        for (unsigned y = 0; y < p.rows; ++y) {
+            copy->Stage(p.Row(y));
+            fn(p.Row(y), size_t{p.rowBytes});
+        }
+        return;
+    }
     if (p.pitch == p.rowBytes) {
         fn(p.data, size_t{p.rowBytes} * p.rows);
         return;
@@ -96,3 +113,5 @@ void ForEachSpan(const Plane& p, Fn&& fn) {
 }
 
 }  // namespace MediaCore
+
+#pragma GCC visibility pop

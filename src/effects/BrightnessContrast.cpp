@@ -299,6 +299,7 @@ constexpr EffectDescription kBrightnessContrast = {
     kBrightnessContrastShowcase,
     CountOf(kBrightnessContrastShowcase)};
 LF_DESCRIBE_EFFECT(kBrightnessContrast);
+LF_ONE_PASS_EFFECT(AVPROCESSOR_BRIGHTNESS_CONTRAST);
 
 CBrightnessContrastEffect::CBrightnessContrastEffect()
     : CImageEffectBase(AVPROCESSOR_BRIGHTNESS_CONTRAST) {

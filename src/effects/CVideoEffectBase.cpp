@@ -1,5 +1,10 @@
+#include <typeinfo>
+
 #include "base/ErrorReport.h"
+
 #include "core/Described.h"
+#include "core/OnePass.h"
+#include "libfilter/CVideoFrame.h"
 #include "libfilter/EffectBase.h"
 #include "libfilter/Siblings.h"
 
@@ -47,7 +52,26 @@ GVideoFrame* CImageEffectBase::ProcFrame(ImagePostion* position, int n, GVideoFr
     return LF_GUARDED(kFile, [&]() -> GVideoFrame* {
         LF_REQUIRE(kFile, position);
         LF_REQUIRE(kFile, frame);
-        workFrame_.reset(frame->Clone());
+        // The library's own frames are copied and changed in one walk where the effect allows;
+        // any other frame is copied by its own Clone.
+        auto* own =
+            typeid(*frame) == typeid(CVideoFrame) ? static_cast<CVideoFrame*>(frame) : nullptr;
+        if (own != nullptr && RunsInOnePass(GetID())) {
+            GVideoFrame* last = workFrame_.get();
+            auto* donor = last != nullptr && typeid(*last) == typeid(CVideoFrame)
+                              ? static_cast<CVideoFrame*>(last)
+                              : nullptr;
+            CVideoFrame* copy = CloneLayout(*own, donor);
+            workFrame_.reset(copy);
+            if (copy != nullptr) {
+                OnePassCopy pass(*own, *copy);
+                ProcFrameInner(position, n, copy);
+                pass.Finish();
+                return copy;
+            }
+        } else {
+            workFrame_.reset(frame->Clone());
+        }
         if (!workFrame_) {
             // Clone reported its own failure; carry it on so the caller sees a null result.
             IException* sink = GetGException();

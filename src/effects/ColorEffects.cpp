@@ -189,8 +189,11 @@ void ExchangeChroma(GVideoFrame* frame) {
     const ExchangeFn exchange = PickExchange();
     const unsigned rows = std::min(u.rows, v.rows);
     const size_t bytes = std::min(u.rowBytes, v.pitch);
-    for (unsigned y = 0; y < rows; ++y)
+    for (unsigned y = 0; y < rows; ++y) {
+        StageRow(u.Row(y));
+        StageRow(v.Row(y));
         exchange(u.Row(y), v.Row(y), bytes);
+    }
 }
 
 // ---- Invert ----
@@ -254,6 +257,7 @@ constexpr EffectDescription kGray = {AVPROCESSOR_GRAY,
                                      nullptr,
                                      0};
 LF_DESCRIBE_EFFECT(kGray);
+LF_ONE_PASS_EFFECT(AVPROCESSOR_GRAY);
 constexpr EffectDescription kFlipColor = {AVPROCESSOR_FLIP_COLOR,
                                           "flip-color",
                                           "swaps red and blue (the two chroma planes in YUV)",
@@ -266,6 +270,7 @@ constexpr EffectDescription kFlipColor = {AVPROCESSOR_FLIP_COLOR,
                                           nullptr,
                                           0};
 LF_DESCRIBE_EFFECT(kFlipColor);
+LF_ONE_PASS_EFFECT(AVPROCESSOR_FLIP_COLOR);
 constexpr EffectDescription kInvert = {AVPROCESSOR_INVERT,
                                        "invert",
                                        "negative: every colour sample becomes 255 minus itself",
@@ -278,6 +283,7 @@ constexpr EffectDescription kInvert = {AVPROCESSOR_INVERT,
                                        nullptr,
                                        0};
 LF_DESCRIBE_EFFECT(kInvert);
+LF_ONE_PASS_EFFECT(AVPROCESSOR_INVERT);
 constexpr EffectDescription kAgedFilm = {AVPROCESSOR_AGED_FILM,
                                          "aged-film",
                                          "sepia tone of an old film",
@@ -290,6 +296,7 @@ constexpr EffectDescription kAgedFilm = {AVPROCESSOR_AGED_FILM,
                                          nullptr,
                                          0};
 LF_DESCRIBE_EFFECT(kAgedFilm);
+LF_ONE_PASS_EFFECT(AVPROCESSOR_AGED_FILM);
 
 CGrayEffect::CGrayEffect() : CImageEffectBase(AVPROCESSOR_GRAY) {}
 

@@ -121,6 +121,7 @@ constexpr EffectDescription kTransparency = {
     kTransparencyShowcase,
     CountOf(kTransparencyShowcase)};
 LF_DESCRIBE_EFFECT(kTransparency);
+LF_ONE_PASS_EFFECT(AVPROCESSOR_TRANSPARENCY);
 
 CTransparencyAjustEffect::CTransparencyAjustEffect() : CImageEffectBase(AVPROCESSOR_TRANSPARENCY) {}
 

@@ -1,0 +1,76 @@
+// Writing an effect's result into a fresh copy of a frame in one walk over memory.
+//
+// A copy followed by an in-place effect reads the frame, writes the copy, then reads and writes
+// the copy again: twice the memory traffic of the copy alone once frames outgrow the caches.
+// Instead, the copy is made with its memory but without its bytes, and while a OnePassCopy is
+// active on the thread, the plane walks of core/Planes.h bring each row over from the source
+// just before the effect changes it, while the row is in the nearest cache. Rows no walk
+// reached are copied when the pass finishes, so the result is byte for byte a copy's.
+//
+// Only effects that reach pixels through those walks may run this way; an effect says so with
+// LF_ONE_PASS_EFFECT(id) in its file.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "libfilter/CVideoFrame.h"
+
+#pragma GCC visibility push(hidden)
+
+namespace MediaCore {
+
+class OnePassCopy {
+public:
+    // Active on this thread until destroyed. Both frames are the library's own, of one layout.
+    OnePassCopy(CVideoFrame& source, CVideoFrame& target);
+    ~OnePassCopy();
+    OnePassCopy(const OnePassCopy&) = delete;
+    OnePassCopy& operator=(const OnePassCopy&) = delete;
+
+    // The copy active on this thread, or null.
+    static OnePassCopy* Active();
+
+    // Makes the target row starting at `row` hold the source's bytes, its whole pitch, unless an
+    // earlier walk did. Pointers outside the target's planes are left alone.
+    void Stage(const uint8_t* row);
+    // Notes that `rows` rows from `first` are overwritten whole: they need no source bytes.
+    void Overwritten(const uint8_t* first, unsigned rows);
+    // Copies every row still missing. The result is then the source's copy as changed.
+    void Finish();
+
+private:
+    struct PlanePair {
+        uint8_t* target;
+        const uint8_t* source;  // null: a plane never given memory, copied as zeros
+        size_t pitch;
+        unsigned rows;
+        std::vector<uint8_t> done;  // rows that hold their bytes
+    };
+    PlanePair* Find(const uint8_t* row, unsigned& index);
+
+    std::vector<PlanePair> planes_;
+    OnePassCopy* previous_;
+};
+
+// A copy of `frame` with its own memory for every plane, of the same layout, whose bytes are
+// left for a OnePassCopy to bring over. It takes over the memory of `donor` (a frame about to
+// be released, or null) when the sizes agree. Null, with a report, when memory runs out.
+CVideoFrame* CloneLayout(CVideoFrame& frame, CVideoFrame* donor);
+
+// Whether the effect with this id reaches pixels only through the plane walks.
+bool RunsInOnePass(unsigned id);
+
+struct OnePassRegistration {
+    explicit OnePassRegistration(unsigned id);
+};
+
+}  // namespace MediaCore
+
+#pragma GCC visibility pop
+
+#define LF_ONE_PASS_JOIN(a, b) a##b
+#define LF_ONE_PASS_NAME(a, b) LF_ONE_PASS_JOIN(a, b)
+// Lets ProcFrame run the effect with this id in one pass over a copy of the library's own frames.
+#define LF_ONE_PASS_EFFECT(id) \
+    static const ::MediaCore::OnePassRegistration LF_ONE_PASS_NAME(kOnePass, __LINE__)(id)
