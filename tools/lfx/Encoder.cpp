@@ -93,6 +93,13 @@ AVPixelFormat ChooseFormat(const AVCodec* codec, AVPixelFormat source, AVPixelFo
     return avcodec_find_best_pix_fmt_of_list(codec->pix_fmts, source, 1, nullptr);
 }
 
+// Whether width x height splits into whole chroma samples of `format`.
+bool WholeChroma(AVPixelFormat format, int width, int height) {
+    const AVPixFmtDescriptor* descriptor = av_pix_fmt_desc_get(format);
+    return descriptor == nullptr || ((descriptor->log2_chroma_w == 0 || width % 2 == 0) &&
+                                     (descriptor->log2_chroma_h == 0 || height % 2 == 0));
+}
+
 bool IsYuv(AVPixelFormat format) {
     const AVPixFmtDescriptor* descriptor = av_pix_fmt_desc_get(format);
     return descriptor != nullptr && (descriptor->flags & AV_PIX_FMT_FLAG_RGB) == 0 &&
@@ -173,6 +180,12 @@ bool Encoder::TryEncoder(const AVCodec* codec, const OutputSettings& settings, i
         colorSpace_ = EffectiveColorSpace(settings.colorSpace, settings.height);
         encoder->colorspace = colorSpace_;
         if (codec->id == AV_CODEC_ID_MJPEG) encoder->color_range = AVCOL_RANGE_JPEG;
+    }
+    // H.264 refuses thinned chroma at an odd size; not asking spares the encoder's failed start.
+    if (codec->id == AV_CODEC_ID_H264 &&
+        !WholeChroma(encoder->pix_fmt, settings.width, settings.height)) {
+        if (failure == AVERROR_ENCODER_NOT_FOUND) failure = AVERROR(EINVAL);
+        return false;
     }
     encoder->thread_count = 0;
     if (output_->oformat->flags & AVFMT_GLOBALHEADER) {
