@@ -527,13 +527,32 @@ TEST(GstLaunchTest, DecodeFilterEncodeKeepsEveryFrameAndItsTimeStamp) {
 
 namespace {
 
-// GStreamer starts only when tests run, not when ctest lists them.
+// GStreamer starts only when tests run, not when ctest lists them. It finds the plug-in through
+// GST_PLUGIN_PATH (as the gst-launch-1.0 runs do), keeps a registry of its own, and loads
+// plug-ins in this process to list them: a scanner process would not carry the sanitizers'
+// runtime that a sanitized plug-in needs.
 class GstreamerEnvironment : public testing::Environment {
 public:
-    void SetUp() override { gst_init(nullptr, nullptr); }
+    void SetUp() override {
+        setenv("GST_PLUGIN_PATH", LF_GST_PLUGIN_DIR, 1);
+        setenv("GST_REGISTRY", LF_GST_REGISTRY, 1);
+        setenv("GST_REGISTRY_FORK", "no", 1);
+        gst_init(nullptr, nullptr);
+    }
 };
 
 }  // namespace
+
+// Under the sanitizers: what GLib allocates for good as it loads, and what the system's plug-ins
+// leak while GStreamer loads them to list them (the text renderers' font set-up runs on a thread
+// of its own), is not this program's; full stacks let the suppressions see where an allocation
+// was made.
+extern "C" const char* __lsan_default_suppressions() {
+    return "leak:_dl_init\nleak:gst_update_registry\nleak:libfontconfig.so\n";
+}
+extern "C" const char* __asan_default_options() {
+    return "fast_unwind_on_malloc=0";
+}
 
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
