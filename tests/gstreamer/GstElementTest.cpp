@@ -246,6 +246,29 @@ double NumberOf(const GValue* value) {
     return g_value_get_double(value);
 }
 
+// Copies the w x h picture at (x, y) of `from` to (toX, toY) of `to`, plane by plane; corners and
+// sizes even, so that they fall on whole chroma samples.
+void CopyRegion(const Picture& from, unsigned x, unsigned y, Picture& to, unsigned toX,
+                unsigned toY, unsigned w, unsigned h) {
+    const GstVideoInfo& info = from.info;
+    for (guint plane = 0; plane < GST_VIDEO_INFO_N_PLANES(&info); ++plane) {
+        int components[GST_VIDEO_MAX_COMPONENTS];
+        gst_video_format_info_component(info.finfo, plane, components);
+        const int wSub = GST_VIDEO_FORMAT_INFO_W_SUB(info.finfo, components[0]);
+        const int hSub = GST_VIDEO_FORMAT_INFO_H_SUB(info.finfo, components[0]);
+        const int pixel = GST_VIDEO_INFO_COMP_PSTRIDE(&info, components[0]);
+        for (unsigned row = 0; row < (h >> hSub); ++row) {
+            std::memcpy(to.bytes.data() + GST_VIDEO_INFO_PLANE_OFFSET(&to.info, plane) +
+                            ((toY >> hSub) + row) * GST_VIDEO_INFO_PLANE_STRIDE(&to.info, plane) +
+                            (toX >> wSub) * pixel,
+                        from.bytes.data() + GST_VIDEO_INFO_PLANE_OFFSET(&info, plane) +
+                            ((y >> hSub) + row) * GST_VIDEO_INFO_PLANE_STRIDE(&info, plane) +
+                            (x >> wSub) * pixel,
+                        (w >> wSub) * pixel);
+        }
+    }
+}
+
 struct Size {
     unsigned width;
     unsigned height;
@@ -367,6 +390,36 @@ TEST(GstElementTest, TimeStampsFlagsAndMetadataPassThroughAndReadOnlyInputIsLeft
     EXPECT_EQ(Bytes(output), LibraryResult(*effect, {picture}, {{}}).at(0));
     gst_buffer_unref(output);
     gst_buffer_unref(input);
+}
+
+TEST(GstElementTest, ACropMetaLimitsTheEffectToThePictureShown) {
+    // A whole-picture mirror shows whether the effect saw the crop or the full frame.
+    const EffectDescription* effect = FindEffect("mirror");
+    ASSERT_NE(effect, nullptr);
+    const PropertyList settings = {{"mirror", "1"}, {"vertical", "1"}};
+    for (GstVideoFormat format : {GST_VIDEO_FORMAT_I420, GST_VIDEO_FORMAT_BGRA}) {
+        SCOPED_TRACE(gst_video_format_to_string(format));
+        const Picture picture = NoisePicture(format, 70, 38, 6);
+        HarnessPtr harness = Harness(*effect, picture);
+        SetAll(harness->element, settings);
+        GstBuffer* input = ToBuffer(picture, 0);
+        GstVideoCropMeta* crop = gst_buffer_add_video_crop_meta(input);
+        crop->x = 6;
+        crop->y = 4;
+        crop->width = 40;
+        crop->height = 20;
+        ASSERT_EQ(gst_harness_push(harness.get(), input), GST_FLOW_OK);
+        GstBuffer* output = gst_harness_pull(harness.get());
+        ASSERT_NE(output, nullptr);
+
+        Picture shown = NoisePicture(format, 40, 20, 0);
+        CopyRegion(picture, 6, 4, shown, 0, 0, 40, 20);
+        shown.bytes = LibraryResult(*effect, {shown}, {settings}).at(0);
+        Picture expected = picture;
+        CopyRegion(shown, 0, 0, expected, 6, 4, 40, 20);
+        EXPECT_EQ(Visible(picture.info, {Bytes(output)}), Visible(picture.info, {expected.bytes}));
+        gst_buffer_unref(output);
+    }
 }
 
 TEST(GstElementTest, FormatsTheEffectDoesNotTakeFailNegotiation) {
