@@ -1,5 +1,7 @@
 #include "Formats.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <memory>
 #include <random>
@@ -65,6 +67,25 @@ bool ChangesFrame(const catalogue::EffectDescription& effect, GstVideoFormat for
     return changed;
 }
 
+struct Region {
+    unsigned x = 0, y = 0, width = 0, height = 0;
+};
+
+// The part of the mapped frame that will be shown: its crop when the buffer carries one that
+// lies inside it, else all of it.
+Region Visible(const GstVideoFrame& frame) {
+    Region whole;
+    whole.width = static_cast<unsigned>(GST_VIDEO_FRAME_WIDTH(&frame));
+    whole.height = static_cast<unsigned>(GST_VIDEO_INFO_FIELD_HEIGHT(&frame.info));
+    const GstVideoCropMeta* crop = gst_buffer_get_video_crop_meta(frame.buffer);
+    if (crop == nullptr || crop->width == 0 || crop->height == 0 || crop->x > whole.width ||
+        crop->width > whole.width - crop->x || crop->y > whole.height ||
+        crop->height > whole.height - crop->y) {
+        return whole;
+    }
+    return Region{crop->x, crop->y, crop->width, crop->height};
+}
+
 }  // namespace
 
 int LibraryFormat(GstVideoFormat format) {
@@ -76,24 +97,30 @@ int LibraryFormat(GstVideoFormat format) {
 
 void Attach(GstVideoFrame& frame, CVideoFrame& view) {
     // The picture as mapped: a buffer's video meta may describe less than the caps, and a field
-    // of alternate interlacing has half the frame's rows.
-    const auto width = static_cast<unsigned>(GST_VIDEO_FRAME_WIDTH(&frame));
-    const auto height = static_cast<unsigned>(GST_VIDEO_INFO_FIELD_HEIGHT(&frame.info));
+    // of alternate interlacing has half the frame's rows. A crop inside it narrows it further:
+    // what the effect sees (a mirror's axis, a mosaic's corners) is what will be shown.
+    const Region region = Visible(frame);
     unsigned viewWidth = 0;
     unsigned viewHeight = 0;
     view.GetDimension(&viewWidth, &viewHeight);
-    if (width != viewWidth || height != viewHeight) view.SetSize(width, height);
+    if (region.width != viewWidth || region.height != viewHeight)
+        view.SetSize(region.width, region.height);
     unsigned char* data[kMaxPlanes] = {};
     int pitches[kMaxPlanes] = {};
     const unsigned planes = std::min(view.GetBufferCount(), kMaxPlanes);
+    const GstVideoFormatInfo* format = frame.info.finfo;
     for (unsigned i = 0; i < planes; ++i) {
         // A packed pixel starts at its plane's first byte; a component's offset inside it (red
         // sits at byte 2 of BGRA) is the library's business.
-        data[i] =
-            static_cast<unsigned char*>(view.IsPacked() ? GST_VIDEO_FRAME_PLANE_DATA(&frame, i)
+        const bool packed = view.IsPacked();
+        auto* base = static_cast<unsigned char*>(packed ? GST_VIDEO_FRAME_PLANE_DATA(&frame, i)
                                                         : GST_VIDEO_FRAME_COMP_DATA(&frame, i));
-        pitches[i] = view.IsPacked() ? GST_VIDEO_FRAME_PLANE_STRIDE(&frame, i)
-                                     : GST_VIDEO_FRAME_COMP_STRIDE(&frame, i);
+        pitches[i] = packed ? GST_VIDEO_FRAME_PLANE_STRIDE(&frame, i)
+                            : GST_VIDEO_FRAME_COMP_STRIDE(&frame, i);
+        const unsigned column =
+            packed ? region.x * 4 : region.x >> GST_VIDEO_FORMAT_INFO_W_SUB(format, i);
+        const unsigned row = packed ? region.y : region.y >> GST_VIDEO_FORMAT_INFO_H_SUB(format, i);
+        data[i] = base + static_cast<ptrdiff_t>(row) * pitches[i] + column;
     }
     view.SetBuffer(data, pitches, nullptr);
 }
