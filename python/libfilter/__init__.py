@@ -6,8 +6,9 @@
 
 Effects go by the names `lfx list` prints; `effects()` describes each one. Properties are
 keyword arguments and attributes (`mosaic.mosaic_step = 5`; `mosaic.properties` reads them all).
-Values out of range are clamped by the effect when it uses them, as the library does; reading a
-property answers the value as set.
+Values outside the range an effect describes are clamped to it, and reading a property answers
+the clamped value; a top that is the frame's width or height is clamped by the effect itself to
+the frame it gets.
 
 Frames (uint8 NumPy arrays):
   * BGRA, H x W x 4. Rows may lie further apart than a row's bytes, so a crop of a larger array

@@ -106,6 +106,15 @@ std::optional<long long> ColourNumber(const std::string& text) {
     throw py::value_error(text);
 }
 
+// Within the range the effect describes. Some effects clamp for themselves and some take any
+// count (a blur of a billion passes), so the module clamps every value the same way. A top set
+// by the frame's size is left to the effect, which clamps to the frame it gets.
+double Clamped(const PropertyDescription& property, double value) {
+    if (std::isnan(value)) return value;
+    const double top = property.upper == RangeBound::Fixed ? property.max : INT_MAX;
+    return std::min(std::max(value, property.min), top);
+}
+
 std::string ValueText(const EffectDescription& effect, const PropertyDescription& property,
                       py::handle value) {
     const bool text = py::isinstance<py::str>(value) || py::isinstance<py::bytes>(value);
@@ -114,7 +123,7 @@ std::string ValueText(const EffectDescription& effect, const PropertyDescription
             if (text || !(PyFloat_Check(value.ptr()) || PyIndex_Check(value.ptr()) ||
                           py::hasattr(value, "__float__")))
                 RefuseValue(effect, property, "a number", value, true);
-            return Decimal(value.cast<double>());
+            return Decimal(Clamped(property, value.cast<double>()));
         }
         case PropertyKind::Flag: {
             const std::optional<long long> flag = WholeNumber(value);
@@ -135,7 +144,7 @@ std::string ValueText(const EffectDescription& effect, const PropertyDescription
         default: {
             const std::optional<long long> whole = WholeNumber(value);
             if (!whole) RefuseValue(effect, property, "an integer", value, true);
-            return std::to_string(*whole);
+            return std::to_string(static_cast<long long>(Clamped(property, *whole)));
         }
     }
 }
