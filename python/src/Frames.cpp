@@ -47,9 +47,10 @@ std::string TypeName(py::handle object) {
     return Py_TYPE(object.ptr())->tp_name;
 }
 
-// The byte step along `axis`; an axis of one element may carry any step, so it counts as `usual`.
+// The byte step along `axis`; an axis of one element, or an empty array, may carry any step, so
+// it counts as `usual`.
 long Step(const py::array& a, int axis, long usual) {
-    return a.shape(axis) == 1 ? usual : static_cast<long>(a.strides(axis));
+    return a.shape(axis) <= 1 || a.size() == 0 ? usual : static_cast<long>(a.strides(axis));
 }
 
 unsigned char* Data(const py::array& a) {

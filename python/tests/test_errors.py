@@ -90,3 +90,17 @@ def test_values_out_of_range_are_clamped_to_the_described_range(name, prop, valu
     effect = libfilter.Effect(name, **{prop: value})
     assert getattr(effect, prop) == clamped
     effect.apply(np.zeros((9, 9, 4), np.uint8))
+
+
+@pytest.mark.parametrize("name", [e.name for e in libfilter.effects()])
+def test_tiny_frames_work_or_raise_the_librarys_report(name):
+    for height, width in [(1, 1), (2, 1), (1, 2), (3, 5)]:
+        chroma = ((height + 1) // 2, (width + 1) // 2)
+        for frame, order in [(np.full((height, width, 4), 200, u8), None),
+                             (np.full((height, width, 3), 200, u8), "rgb"),
+                             ((np.zeros((height, width), u8),) + (np.zeros(chroma, u8),) * 2, None)]:
+            effect = libfilter.Effect(name, **libfilter.Effect(name).info.showcase(width, height))
+            try:
+                effect(frame, order=order)
+            except libfilter.Error as error:  # the quarter turn cannot scale a frame this small
+                assert str(error).startswith(f"effect '{name}' failed: ")
