@@ -14,6 +14,7 @@ import platform
 import re
 import statistics
 import subprocess
+import tempfile
 import threading
 import time
 
@@ -71,10 +72,13 @@ def overhead():
 
 def against_cpp(peers):
     """Every effect libfilter_peers times in place, run the same way through Python."""
-    out = subprocess.run([peers, "--benchmark_filter=^ours/", "--benchmark_format=json",
-                          "--benchmark_min_time=0.2"], capture_output=True, text=True, check=True)
+    with tempfile.NamedTemporaryFile(suffix=".json") as out:
+        subprocess.run([peers, "--benchmark_filter=^ours/", "--benchmark_min_time=0.2",
+                        f"--benchmark_out={out.name}", "--benchmark_out_format=json"],
+                       capture_output=True, check=True)
+        runs = json.load(out)["benchmarks"]
     print("| effect (settings) | frame | C++ ms | Python ms | Python / C++ |\n|---|---|---:|---:|---:|")
-    for run in json.loads(out.stdout)["benchmarks"]:
+    for run in runs:
         m = re.match(r"ours/([^ /]+)(?: \((.*)\))?/(\w+)/(\d+)x(\d+)$", run["name"])
         name, settings, layout, width, height = m.groups()
         props = dict(s.split("=") for s in settings.split()) if settings else {}

@@ -374,7 +374,11 @@ PYBIND11_MODULE(_libfilter, m) {
     m.def("_showcase", &Showcase, py::arg("name"), py::arg("width"), py::arg("height"));
     m.attr("_frame_contract") = kFrameContract;
 
-    py::class_<CEffect, EffectHandle>(m, "Effect")
+    py::class_<CEffect, EffectHandle>(m, "Effect", R"(Effect(name, **properties)
+
+One effect, by the name `lfx list` prints, its properties given as keyword arguments and
+readable and settable as attributes afterwards. effect(frame) changes the frame in place and
+returns it; effect.apply(frame) returns a changed copy. See help(libfilter) for frames.)")
         .def(py::init(&MakeEffect), py::arg("name"))
         .def_property_readonly("name", [](const CEffect& e) { return e.Description().name; })
         .def_property_readonly("properties", &Properties)
@@ -383,13 +387,15 @@ PYBIND11_MODULE(_libfilter, m) {
             [](const EffectHandle& e, py::handle frame, py::handle order) {
                 return Run({e}, frame, order, true);
             },
-            py::arg("frame"), py::arg("order") = py::none())
+            py::arg("frame"), py::arg("order") = py::none(),
+            "Changes the frame in place and returns it; order='bgr' or 'rgb' for H x W x 3.")
         .def(
             "apply",
             [](const EffectHandle& e, py::handle frame, py::handle order) {
                 return Run({e}, frame, order, false);
             },
-            py::arg("frame"), py::arg("order") = py::none())
+            py::arg("frame"), py::arg("order") = py::none(),
+            "Returns a changed copy of the frame and leaves the frame alone.")
         .def("__getattr__",
              [](CEffect& e, const std::string& name) { return e.Get(PropertyOf(e, name)); })
         .def("__setattr__", [](CEffect& e, const std::string& name,
@@ -405,7 +411,8 @@ PYBIND11_MODULE(_libfilter, m) {
              })
         .def("__repr__", &Repr);
 
-    py::class_<CChain, std::shared_ptr<CChain>>(m, "Chain")
+    py::class_<CChain, std::shared_ptr<CChain>>(
+        m, "Chain", "Chain(effects): several effects run in turn on a frame in one call.")
         .def(py::init<const py::iterable&>(), py::arg("effects"))
         .def_property_readonly("effects", &CChain::Effects)
         .def("__len__", [](const CChain& c) { return c.Effects().size(); })
@@ -414,13 +421,15 @@ PYBIND11_MODULE(_libfilter, m) {
             [](const CChain& c, py::handle frame, py::handle order) {
                 return Run(c.Effects(), frame, order, true);
             },
-            py::arg("frame"), py::arg("order") = py::none())
+            py::arg("frame"), py::arg("order") = py::none(),
+            "Changes the frame in place and returns it; order='bgr' or 'rgb' for H x W x 3.")
         .def(
             "apply",
             [](const CChain& c, py::handle frame, py::handle order) {
                 return Run(c.Effects(), frame, order, false);
             },
-            py::arg("frame"), py::arg("order") = py::none())
+            py::arg("frame"), py::arg("order") = py::none(),
+            "Returns a changed copy of the frame and leaves the frame alone.")
         .def("__repr__", [](const CChain& c) {
             std::string text = "libfilter.Chain([";
             for (size_t i = 0; i < c.Effects().size(); ++i)

@@ -46,12 +46,13 @@ def test_a_crop_is_processed_in_place_and_nothing_around_it(name):
 
 
 @pytest.mark.parametrize("order", ["bgr", "rgb"])
+@pytest.mark.parametrize("width", [6, 37])
 @pytest.mark.parametrize("name", EXACT)
-def test_three_channels_are_bgra_with_an_opaque_alpha(name, order):
-    frame = picture(21, 37, 3)
+def test_three_channels_are_bgra_with_an_opaque_alpha(name, width, order):
+    frame = picture(21, width + 3, 3)[:, 1:-2]  # a crop: rows further apart than their bytes
     bgr = frame if order == "bgr" else frame[..., ::-1]
     bgra = np.dstack([bgr, np.full(frame.shape[:2], 255, np.uint8)])
-    props = settings(name, 37, 21)
+    props = settings(name, width, 21)
     expected = libfilter.Effect(name, **props)(bgra)[..., :3]
     expected = expected if order == "bgr" else expected[..., ::-1]
     assert np.array_equal(libfilter.Effect(name, **props).apply(frame, order=order), expected)
