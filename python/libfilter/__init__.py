@@ -34,9 +34,11 @@ take turns, so give each thread its own.
 from dataclasses import dataclass
 from typing import Tuple, Union
 
+import numpy as np
+
 from ._libfilter import Chain, Effect, Error, _descriptions, _showcase
 
-__all__ = ["Chain", "Effect", "EffectInfo", "Error", "PropertyInfo", "effects"]
+__all__ = ["Chain", "Effect", "EffectInfo", "Error", "PropertyInfo", "effects", "empty"]
 
 
 @dataclass(frozen=True)
@@ -91,6 +93,16 @@ def _effect(record):
 
 _EFFECTS = tuple(_effect(r) for r in _descriptions())
 _BY_NAME = {e.name: e for e in _EFFECTS}
+
+
+def empty(shape):
+    """A new uint8 array whose data starts on a 64-byte boundary. NumPy's own large arrays start
+    16 bytes past one, which costs the simplest effects up to a third of their time on 1080p
+    frames; effect.apply() already returns such arrays."""
+    size = int(np.prod(shape))
+    block = np.empty(size + 64, np.uint8)
+    start = -block.ctypes.data % 64
+    return block[start:start + size].reshape(shape)
 
 
 def effects():
