@@ -25,8 +25,19 @@ _MP4_CODECS = {"libx264", "h264", "libx265", "hevc", "mpeg4", "mjpeg", "libaom-a
                "libvpx-vp9", "vp9"}
 _FF_QP2LAMBDA = 118
 # Effects whose output depends on more than the frame in hand: the grain pattern is drawn once,
-# at an effect's first frame, from a generator the whole process shares.
+# at an effect's first frame, from a random generator the whole process shares. A fresh process
+# starts that generator at the same place, so the first pattern is the same in every process,
+# unless a level other than 4 (the level a new effect works at) reseeds it from the clock.
 STATEFUL_EFFECTS = {"add-noise"}
+
+
+def needs_fresh_process(spec):
+    return any(name in STATEFUL_EFFECTS for name, _ in spec)
+
+
+def clock_seeded(spec):
+    return any(name == "add-noise" and dict(props).get("addnoise_level", 4) != 4
+               for name, props in spec)
 
 
 def is_picture(path):
@@ -270,3 +281,16 @@ def join(src, segments, out_path, container_format=None):
         source.close()
         for part in parts:
             part.close()
+
+
+def process_video(src, out_path, spec, layout, codec_name, work_dir):
+    """The whole video in this process: one piece from the first frame to the last, joined with
+    the audio as the batch joins its pieces. Answers the number of frames."""
+    piece = os.path.join(work_dir, os.path.basename(out_path) + ".whole.nut")
+    try:
+        frames = encode_segment(src, None, None, spec, layout, codec_name, piece)
+        join(src, [piece], out_path)
+    finally:
+        if os.path.exists(piece):
+            os.remove(piece)
+    return frames

@@ -19,8 +19,10 @@ unfinished.
 import argparse
 import math
 import os
+import pickle
 import re
 import shutil
+import subprocess
 import sys
 import tempfile
 import time
@@ -136,16 +138,47 @@ def resolve_chain(requests):
 
 # ---- the tasks -------------------------------------------------------------------------------
 
+_CHILD = """import pickle, sys
+function, arguments = pickle.load(sys.stdin.buffer)
+try:
+    answer = (True, function(*arguments))
+except Exception as error:
+    answer = (False, str(error) or type(error).__name__)
+pickle.dump(answer, sys.stdout.buffer)
+"""
+
+
+def _fresh(function, *arguments):
+    """function(*arguments) in a new interpreter, whose random generator has drawn nothing yet:
+    the grain effect then draws the pattern a one-process run draws at its first frame."""
+    env = dict(os.environ, PYTHONPATH=os.pathsep.join(p for p in sys.path if p))
+    child = subprocess.run([sys.executable, "-c", _CHILD], input=pickle.dumps((function, arguments)),
+                           capture_output=True, env=env, check=False)
+    if child.returncode != 0 or not child.stdout:
+        lines = child.stderr.decode(errors="replace").strip().splitlines()
+        raise RuntimeError(lines[-1] if lines else f"the task's process ended with {child.returncode}")
+    ok, answer = pickle.loads(child.stdout)
+    if not ok:
+        raise RuntimeError(answer)
+    return answer
+
+
+def _call(function, spec, *arguments):
+    if _media.needs_fresh_process(spec):
+        return _fresh(function, *arguments)
+    return function(*arguments)
+
+
 def _picture_task(path, spec, layout):
     with open(path, "rb") as file:
         data = file.read()
-    return _media.process_picture(data, os.path.splitext(path)[1], spec, layout)
+    return _call(_media.process_picture, spec, data, os.path.splitext(path)[1], spec, layout)
 
 
 def _segment_task(path, start, end, spec, layout, codec, base):
     # A name of its own per attempt: a retry never meets a half-written file of a lost one.
     out = f"{base}.{uuid.uuid4().hex}.nut"
-    return out, _media.encode_segment(path, start, end, spec, layout, codec, out)
+    return out, _call(_media.encode_segment, spec, path, start, end, spec, layout, codec, out)
 
 
 def _join_task(path, pieces, out):
@@ -200,8 +233,8 @@ def run(client, inputs, out_dir, spec, layout="bgra", codec="", segment=0.0, qui
     stream = stream or sys.stdout
     os.makedirs(out_dir, exist_ok=True)
     video_codec = codec or _default_codec()
-    if segment > 0 and any(name in _media.STATEFUL_EFFECTS for name, _ in spec):
-        segment = 0  # one grain pattern per video, as one process draws it
+    if segment > 0 and _media.clock_seeded(spec):
+        segment = 0  # one grain pattern per video, drawn once, as in one process
     work = tempfile.mkdtemp(prefix=".libfilter-batch-", dir=out_dir)
     failures, finals, owner, frames_of = {}, {}, {}, {}
     futures, total_frames = [], 0
