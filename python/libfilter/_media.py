@@ -99,6 +99,8 @@ def _encoder_format(codec_name, layout):
         return layout
     if codec_name == "png":
         return "rgba" if layout == "bgra" else "rgb24"
+    if codec_name == "mjpeg":  # full-range YUV, as JPEG files hold it
+        return "yuvj444p" if layout == "bgra" else "yuvj420p"
     for preferred in ("yuv420p", "yuvj420p"):
         if preferred in formats:
             return preferred
