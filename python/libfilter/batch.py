@@ -17,6 +17,7 @@ unfinished.
 """
 
 import argparse
+import logging
 import math
 import os
 import pickle
@@ -314,7 +315,8 @@ def _client(args):
     if args.scheduler:
         return Client(args.scheduler)
     cluster = LocalCluster(n_workers=max(1, args.workers), threads_per_worker=1, processes=True,
-                           host="127.0.0.1", dashboard_address="127.0.0.1:8787")
+                           host="127.0.0.1", dashboard_address="127.0.0.1:8787",
+                           silence_logs=logging.ERROR)
     return Client(cluster)
 
 
@@ -325,7 +327,13 @@ def main(argv=None):
     except (ValueError, TypeError) as error:
         print(f"batch: {error}", file=sys.stderr)
         return 2
-    client = _client(args)
+    try:
+        client = _client(args)
+    except BaseException as error:  # noqa: BLE001 - Ctrl-C while the cluster starts
+        if isinstance(error, KeyboardInterrupt) or isinstance(error.__context__, KeyboardInterrupt):
+            print("batch: interrupted", file=sys.stderr)
+            return 130
+        raise
     try:
         failures = run(client, args.inputs, args.output, spec, args.format, args.codec,
                        args.segment, args.quiet)
