@@ -11,7 +11,9 @@ per-instance state and run one frame at a time.
 
 import heapq
 import io
+import itertools
 import os
+import warnings
 from fractions import Fraction
 
 import av
@@ -201,10 +203,11 @@ def _frames(container, stream, start, end):
         yield frame
 
 
-def encode_segment(src, start, end, spec, layout, codec_name, out_path, abort=None):
+def encode_segment(src, start, end, spec, layout, codec_name, out_path):
     """Decodes the frames of [start, end) from the key frame at start, runs them through a new
-    chain and writes them, video only, to out_path (NUT keeps every time stamp exactly).
-    Answers the number of frames. `abort(frames_done)` may raise to stop."""
+    chain and writes them, video only, to out_path. Answers the packets' (pts, dts) in
+    the input's time base, in order: the container keeps the packets and codec parameters,
+    but not every container keeps the decoding time stamps of reordered frames."""
     with av.open(src) as container, av.open(out_path, "w", format="nut") as out:
         stream = container.streams.video[0]
         stream.thread_type = "AUTO"
@@ -219,24 +222,25 @@ def encode_segment(src, start, end, spec, layout, codec_name, out_path, abort=No
         target.codec_context.time_base = stream.time_base
         target.time_base = stream.time_base
         target.codec_context.thread_count = 0
-        count, last = 0, None
+        stamps, last = [], None
+
+        def write(packets):
+            for packet in packets:
+                stamps.append((packet.pts, packet.dts))
+                out.mux(packet)
+
         for frame in _frames(container, stream, start, end):
             done = _convert(_run(chain, frame, layout), pix_fmt)
             if last is not None and done.pts <= last:
                 done.pts = last + 1
             last = done.pts
             done.pict_type = "NONE"
-            for packet in target.encode(done):
-                out.mux(packet)
-            count += 1
-            if abort is not None:
-                abort(count)
-        for packet in target.encode(None):
-            out.mux(packet)
-    if count == 0:
+            write(target.encode(done))
+        write(target.encode(None))
+    if not stamps:
         raise ValueError(f"'{src}' has no video frames" +
                          ("" if start is None else f" from time stamp {start}"))
-    return count
+    return stamps
 
 
 def _packets(container, stream):
@@ -247,8 +251,9 @@ def _packets(container, stream):
 
 def join(src, segments, out_path, container_format=None):
     """Writes the segments' video one after another into out_path without re-encoding, with the
-    input's audio stream copied once, interleaved by time."""
-    parts = [av.open(p) for p in segments]
+    input's audio stream copied once, interleaved by time. `segments` holds (path, stamps) as
+    encode_segment wrote and answered them."""
+    parts = [av.open(p) for p, _ in segments]
     source = av.open(src)
     try:
         ext = os.path.splitext(out_path)[1].lower()
@@ -262,21 +267,31 @@ def join(src, segments, out_path, container_format=None):
                     raise ValueError("the segments of '" + src + "' were encoded with different "
                                      "encoder settings and cannot be joined")
             video = out.add_stream(template=first)
-            streams = [(video, p, p.streams.video[0]) for p in parts]
+            with warnings.catch_warnings():  # PyAV warns as the template was a decoder's
+                warnings.simplefilter("ignore")
+                video.time_base = source.streams.video[0].time_base
+            time_base = source.streams.video[0].time_base
             audio_in = source.streams.audio[0] if source.streams.audio else None
             audio = out.add_stream(template=audio_in) if audio_in is not None else None
 
-            def timed(target, container, stream):
-                for packet in _packets(container, stream):
-                    packet.stream = target
-                    when = packet.dts if packet.dts is not None else packet.pts
-                    yield (when or 0) * stream.time_base, packet
+            def pieces():
+                for part, (_, stamps) in zip(parts, segments):
+                    packets = _packets(part, part.streams.video[0])
+                    for packet, stamp in itertools.zip_longest(packets, stamps):
+                        if packet is None or stamp is None:
+                            raise ValueError(f"a piece of '{src}' lost packets")
+                        pts, dts = stamp
+                        packet.stream, packet.time_base = video, time_base
+                        packet.pts, packet.dts = pts, dts
+                        yield (dts if dts is not None else pts) * time_base, packet
 
-            sources = [timed(v, c, s) for v, c, s in streams]
-            video_packets = (item for s in sources for item in s)
-            merged = [video_packets]
-            if audio is not None:
-                merged.append(timed(audio, source, audio_in))
+            def sound():
+                for packet in _packets(source, audio_in):
+                    packet.stream = audio
+                    when = packet.dts if packet.dts is not None else packet.pts
+                    yield (when or 0) * audio_in.time_base, packet
+
+            merged = [pieces()] + ([sound()] if audio is not None else [])
             for _, packet in heapq.merge(*merged, key=lambda item: item[0]):
                 out.mux(packet)
     finally:
@@ -290,9 +305,9 @@ def process_video(src, out_path, spec, layout, codec_name, work_dir):
     the audio as the batch joins its pieces. Answers the number of frames."""
     piece = os.path.join(work_dir, os.path.basename(out_path) + ".whole.nut")
     try:
-        frames = encode_segment(src, None, None, spec, layout, codec_name, piece)
-        join(src, [piece], out_path)
+        stamps = encode_segment(src, None, None, spec, layout, codec_name, piece)
+        join(src, [(piece, stamps)], out_path)
     finally:
         if os.path.exists(piece):
             os.remove(piece)
-    return frames
+    return len(stamps)

@@ -183,8 +183,8 @@ def _segment_task(path, start, end, spec, layout, codec, base):
 
 
 def _join_task(path, pieces, out):
-    _media.join(path, [piece for piece, _ in pieces], out)
-    return sum(frames for _, frames in pieces)
+    _media.join(path, pieces, out)
+    return sum(len(stamps) for _, stamps in pieces)
 
 
 def _default_codec():
@@ -285,7 +285,7 @@ def run(client, inputs, out_dir, spec, layout="bgra", codec="", segment=0.0, qui
                 continue
             result = future.result()
             if future.key.startswith("segment-"):
-                progress.step(result[1])
+                progress.step(len(result[1]))
                 continue
             temp, final = finals[future.key]
             if future.key.startswith("picture-"):

@@ -169,3 +169,12 @@ def test_a_worker_killed_mid_task_leaves_the_output_complete(client, tmp_path):
     batch._fresh(_media.process_video, source, whole, GRAIN, "yuv420p", "ffv1", str(tmp_path))
     assert_same_video(str(out / "clip.mkv"), whole)
     assert os.listdir(out) == ["clip.mkv"]
+
+
+def test_h264_pieces_join_with_their_reordered_frames(client, tmp_path):
+    source = str(tmp_path / "clip.mkv")
+    write_video(source, frames=60)
+    out = tmp_path / "out"
+    assert batch.run(client, [source], str(out), MOSAIC, "yuv420p", "", 0.8, quiet=True) == {}
+    got, want = decoded(str(out / "clip.mkv")), decoded(source)
+    assert [p for p, _ in got[0]] == [p for p, _ in want[0]] and got[1:] == want[1:]
