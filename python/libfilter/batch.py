@@ -29,7 +29,7 @@ import tempfile
 import time
 import uuid
 
-from . import Effect, effects
+from . import effects
 from . import _media
 
 __all__ = ["main", "run", "resolve_chain"]
@@ -153,11 +153,13 @@ def _fresh(function, *arguments):
     """function(*arguments) in a new interpreter, whose random generator has drawn nothing yet:
     the grain effect then draws the pattern a one-process run draws at its first frame."""
     env = dict(os.environ, PYTHONPATH=os.pathsep.join(p for p in sys.path if p))
-    child = subprocess.run([sys.executable, "-c", _CHILD], input=pickle.dumps((function, arguments)),
-                           capture_output=True, env=env, check=False)
+    child = subprocess.run([sys.executable, "-c", _CHILD],
+                           input=pickle.dumps((function, arguments)), capture_output=True,
+                           env=env, check=False)
     if child.returncode != 0 or not child.stdout:
         lines = child.stderr.decode(errors="replace").strip().splitlines()
-        raise RuntimeError(lines[-1] if lines else f"the task's process ended with {child.returncode}")
+        raise RuntimeError(lines[-1] if lines else
+                           f"the task's process ended with {child.returncode}")
     ok, answer = pickle.loads(child.stdout)
     if not ok:
         raise RuntimeError(answer)
@@ -237,12 +239,16 @@ def run(client, inputs, out_dir, spec, layout="bgra", codec="", segment=0.0, qui
     if segment > 0 and _media.clock_seeded(spec):
         segment = 0  # one grain pattern per video, drawn once, as in one process
     work = tempfile.mkdtemp(prefix=".libfilter-batch-", dir=out_dir)
-    failures, finals, owner, frames_of = {}, {}, {}, {}
+    failures, finals, owner, frames_of, taken = {}, {}, {}, {}, {}
     futures, total_frames = [], 0
     try:
         for index, path in enumerate(inputs):
             source = os.path.abspath(path)
             name = _media.output_name(path, codec)
+            if name in taken:
+                failures[path] = f"its output {name} is also {taken[name]}'s"
+                continue
+            taken[name] = path
             temp = os.path.join(work, f"{index}.{name}")
             if _media.is_picture(path):
                 future = client.submit(_picture_task, source, spec, layout, retries=1,
