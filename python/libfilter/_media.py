@@ -20,6 +20,8 @@ import av
 
 from . import Chain, Effect, effects
 
+av.logging.set_level(av.logging.ERROR)  # FFmpeg's notes on deprecated formats are not news
+
 PICTURE_CODECS = {".png": "png", ".jpg": "mjpeg", ".jpeg": "mjpeg"}
 # Containers that take only a few video codecs; any other codec goes into Matroska instead.
 _MP4_FAMILY = {".mp4", ".m4v", ".mov"}
@@ -73,36 +75,67 @@ def check_frame_bounds(spec, width, height):
                                      f"this {width}x{height} input, not {value}")
 
 
-def _colorspace(height):
+def _matrix(height):
     # Untagged video is taken as HD colours from 720 lines up, SD below.
-    return "ITU709" if height >= 720 else "ITU601"
+    return "bt709" if height >= 720 else "bt601"
 
 
-def _convert(frame, pix_fmt):
-    if frame.format.name == pix_fmt:
-        return frame
-    space = _colorspace(frame.height)
-    return frame.reformat(format=pix_fmt, src_colorspace=space, dst_colorspace=space,
-                          interpolation="BICUBIC")
+def _full_range(pix_fmt):
+    return av.VideoFormat(pix_fmt).is_rgb or pix_fmt.startswith("yuvj")
 
 
-def _run(chain, frame, layout):
+class _Converter:
+    """Converts frames to a pixel format with libswscale's bicubic filter at accurate rounding,
+    as lfx converts them, through a filter graph kept while the frames keep their shape."""
+
+    def __init__(self):
+        self._shape, self._graph = None, None
+
+    def __call__(self, frame, pix_fmt):
+        if frame.format.name == pix_fmt:
+            return frame
+        shape = (frame.format.name, frame.width, frame.height, pix_fmt)
+        if shape != self._shape:
+            self._shape, self._graph = shape, self._make(frame, pix_fmt)
+        self._graph.push(frame)
+        out = self._graph.pull()
+        out.pts = frame.pts
+        return out
+
+    @staticmethod
+    def _make(frame, pix_fmt):
+        matrix = _matrix(frame.height)
+        ranges = ["pc" if _full_range(f) else "tv" for f in (frame.format.name, pix_fmt)]
+        graph = av.filter.Graph()
+        steps = [graph.add_buffer(width=frame.width, height=frame.height,
+                                  format=frame.format.name, time_base=Fraction(1, 1)),
+                 graph.add("scale", f"flags=bicubic+accurate_rnd:in_color_matrix={matrix}:"
+                                    f"out_color_matrix={matrix}:in_range={ranges[0]}:"
+                                    f"out_range={ranges[1]}"),
+                 graph.add("format", pix_fmt), graph.add("buffersink")]
+        for a, b in zip(steps, steps[1:]):
+            a.link_to(b)
+        graph.configure()
+        return graph
+
+
+def _run(chain, frame, layout, convert):
     """The frame converted to the layout, through the chain, as a new frame in that layout."""
-    pixels = _convert(frame, layout).to_ndarray()
+    pixels = convert(frame, layout).to_ndarray()
     chain(pixels)
     out = av.VideoFrame.from_ndarray(pixels, format=layout)
-    out.pts, out.time_base = frame.pts, frame.time_base
+    out.pts = frame.pts
     return out
 
 
 def _encoder_format(codec_name, layout):
+    if codec_name == "mjpeg":  # full-range YUV, as JPEG files hold it
+        return "yuvj444p" if layout == "bgra" else "yuvj420p"
     formats = [f.name for f in av.Codec(codec_name, "w").video_formats or []]
     if not formats or layout in formats:
         return layout
     if codec_name == "png":
         return "rgba" if layout == "bgra" else "rgb24"
-    if codec_name == "mjpeg":  # full-range YUV, as JPEG files hold it
-        return "yuvj444p" if layout == "bgra" else "yuvj420p"
     for preferred in ("yuv420p", "yuvj420p"):
         if preferred in formats:
             return preferred
@@ -138,12 +171,13 @@ def process_picture(data, suffix, spec, layout):
         aspect = _aspect(container.streams.video[0])
         frame = next(container.decode(video=0))
     check_frame_bounds(spec, frame.width, frame.height)
-    done = _run(make_chain(spec), frame, layout)
+    convert = _Converter()
+    done = _run(make_chain(spec), frame, layout, convert)
     codec_name = PICTURE_CODECS[suffix.lower()]
     context = av.CodecContext.create(codec_name, "w")
     pix_fmt = _encoder_format(codec_name, layout)
     _configure(context, codec_name, done.width, done.height, pix_fmt, aspect)
-    packets = context.encode(_convert(done, pix_fmt)) + context.encode(None)
+    packets = context.encode(convert(done, pix_fmt)) + context.encode(None)
     return b"".join(bytes(p) for p in packets)
 
 
@@ -223,6 +257,7 @@ def encode_segment(src, start, end, spec, layout, codec_name, out_path):
         target.time_base = stream.time_base
         target.codec_context.thread_count = 0
         stamps, last = [], None
+        to_layout, to_encoder = _Converter(), _Converter()
 
         def write(packets):
             for packet in packets:
@@ -230,7 +265,7 @@ def encode_segment(src, start, end, spec, layout, codec_name, out_path):
                 out.mux(packet)
 
         for frame in _frames(container, stream, start, end):
-            done = _convert(_run(chain, frame, layout), pix_fmt)
+            done = to_encoder(_run(chain, frame, layout, to_layout), pix_fmt)
             if last is not None and done.pts <= last:
                 done.pts = last + 1
             last = done.pts
