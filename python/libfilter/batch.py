@@ -281,15 +281,15 @@ def run(client, inputs, out_dir, spec, layout="bgra", codec="", segment=0.0, qui
         workers = len(client.scheduler_info().get("workers", {}))
         progress.say(f"batch: {len(inputs)} input(s), {len(futures)} task(s) on {workers} "
                      f"worker(s); dashboard {client.dashboard_link}")
-        for future in as_completed(futures):
+        # Results come in batches as tasks finish, not one round trip each.
+        for future, result in as_completed(futures, with_results=True, raise_errors=False):
             path = owner[future.key]
             if future.status != "finished":
                 if path not in failures:
-                    failures[path] = _text(future.exception())
+                    failures[path] = _text(result[1] if isinstance(result, tuple) else result)
                     progress.say(f"batch: failed: {path}: {failures[path]}")
                 progress.step()
                 continue
-            result = future.result()
             if future.key.startswith("segment-"):
                 progress.step(len(result[1]))
                 continue
