@@ -175,6 +175,7 @@ def process_picture(data, suffix, spec, layout):
     done = _run(make_chain(spec), frame, layout, convert)
     codec_name = PICTURE_CODECS[suffix.lower()]
     context = av.CodecContext.create(codec_name, "w")
+    context.thread_count = 1  # one picture: slices would only add restart markers to a JPEG
     pix_fmt = _encoder_format(codec_name, layout)
     _configure(context, codec_name, done.width, done.height, pix_fmt, aspect)
     packets = context.encode(convert(done, pix_fmt)) + context.encode(None)
