@@ -236,7 +236,8 @@ def run(client, inputs, out_dir, spec, layout="bgra", codec="", segment=0.0, qui
     stream = stream or sys.stdout
     os.makedirs(out_dir, exist_ok=True)
     video_codec = codec or _default_codec()
-    if segment > 0 and _media.clock_seeded(spec):
+    whole = segment > 0 and _media.clock_seeded(spec)
+    if whole:
         segment = 0  # one grain pattern per video, drawn once, as in one process
     work = tempfile.mkdtemp(prefix=".libfilter-batch-", dir=out_dir)
     failures, finals, owner, frames_of, taken = {}, {}, {}, {}, {}
@@ -281,6 +282,9 @@ def run(client, inputs, out_dir, spec, layout="bgra", codec="", segment=0.0, qui
         workers = len(client.scheduler_info().get("workers", {}))
         progress.say(f"batch: {len(inputs)} input(s), {len(futures)} task(s) on {workers} "
                      f"worker(s); dashboard {client.dashboard_link}")
+        if whole:
+            progress.say("batch: videos are kept whole: add-noise at a level other than 4 "
+                         "draws its grain from the clock, once per process")
         # Results come in batches as tasks finish, not one round trip each.
         for future, result in as_completed(futures, with_results=True, raise_errors=False):
             path = owner[future.key]
