@@ -254,14 +254,25 @@ inline void SplatPixel16(typename I::V& r, const int16_t (&lanes)[4]) {
 // few operations a vector otherwise wait on each new line, even within the processor's caches.
 constexpr size_t kPrefetchAhead = 2048;
 
+// How a walk meets memory: kernels of many operations a vector ask for memory ahead; kernels
+// of one or two operations only stream, two vectors a step so that loads and stores overlap,
+// and the hardware's own prefetching serves them better.
+enum class Walk { Prefetch, Stream };
+
 // Calls block(p) on each whole vector of the span from its start, then tail(p, bytes), the
 // scalar rule, on the 0 to kBytes - 1 bytes left. Prefetches never fault, so asking past the
 // span's end is harmless.
-template <class I, class Block, class Tail>
+template <class I, Walk kWalk = Walk::Prefetch, class Block, class Tail>
 inline void ForEachVector(uint8_t* p, size_t bytes, Block&& block, Tail&& tail) {
     size_t i = 0;
+    if constexpr (kWalk == Walk::Stream) {
+        for (; i + 2 * I::kBytes <= bytes; i += 2 * I::kBytes) {
+            block(p + i);
+            block(p + i + I::kBytes);
+        }
+    }
     for (; i + I::kBytes <= bytes; i += I::kBytes) {
-        __builtin_prefetch(p + i + kPrefetchAhead, 1);
+        if constexpr (kWalk == Walk::Prefetch) __builtin_prefetch(p + i + kPrefetchAhead, 1);
         block(p + i);
     }
     tail(p + i, bytes - i);

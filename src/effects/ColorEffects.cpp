@@ -220,7 +220,7 @@ struct XorVectors {
     static void Run(uint8_t* p, size_t bytes, uint32_t mask) {
         typename I::V m;
         I::Splat32(m, mask);
-        Simd::ForEachVector<I>(
+        Simd::ForEachVector<I, Simd::Walk::Stream>(
             p, bytes,
             [&](uint8_t* q) {
                 typename I::V v;

@@ -69,7 +69,7 @@ struct KeyPixelsVectors {
         I::Splat32(low, lo);
         I::Splat32(high, hi);
         I::Splat32(colourMask, 0x00FFFFFF);
-        Simd::ForEachVector<I>(
+        Simd::ForEachVector<I, Simd::Walk::Stream>(
             p, bytes,
             [&](uint8_t* q) {
                 V px, colour, below, above;

@@ -40,7 +40,7 @@ struct ScaleBytesVectors {
         I::Splat16(s, static_cast<int>(scale));
         I::Splat16(low, 0x00FF);
         I::Splat16(high, 0xFF00);
-        Simd::ForEachVector<I>(
+        Simd::ForEachVector<I, Simd::Walk::Stream>(
             p, bytes,
             [&](uint8_t* q) {
                 V v, bottom, top;
@@ -66,7 +66,7 @@ struct ScalePixelsVectors {
         V s, alpha;
         I::Splat16(s, static_cast<int>(scale));
         I::Splat32(alpha, 0xFF000000u);
-        Simd::ForEachVector<I>(
+        Simd::ForEachVector<I, Simd::Walk::Stream>(
             p, bytes,
             [&](uint8_t* q) {
                 V v, scaled;
