@@ -108,7 +108,8 @@ def test_a_folder_of_pictures_is_what_one_process_writes(client, tmp_path):
         assert (out / os.path.basename(path)).read_bytes() == one
     for path in (pictures[0], pictures[-1]) if lfx() else ():  # byte for byte what lfx writes
         theirs = str(tmp_path / ("lfx" + os.path.splitext(path)[1]))
-        subprocess.run([lfx(), "apply", "--quiet", "-i", path, "-o", theirs] + lfx_args(MOSAIC),
+        subprocess.run([lfx(), "apply", "--quiet", "--format", "bgra", "-i", path, "-o", theirs]
+                       + lfx_args(MOSAIC),
                        check=True)
         assert (out / os.path.basename(path)).read_bytes() == open(theirs, "rb").read()
 
