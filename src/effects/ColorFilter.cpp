@@ -184,6 +184,7 @@ constexpr EffectDescription kColorFilter = {
     kColorFilterShowcase,
     CountOf(kColorFilterShowcase)};
 LF_DESCRIBE_EFFECT(kColorFilter);
+LF_ONE_PASS_EFFECT(AVPROCESSOR_COLOR_FILTER);
 
 CColorFilterEffect::CColorFilterEffect() : CImageEffectBase(AVPROCESSOR_COLOR_FILTER) {}
 
@@ -239,6 +240,8 @@ void CColorFilterEffect::FilterComponentEffect(unsigned char** planes, unsigned 
                          shift,
                          std::min(widths[1], widths[2]),
                          widths[3]};
+        for (const uint8_t* read : {row.y, row.u, row.v, static_cast<const uint8_t*>(row.a)})
+            StageRow(read);
         keyRow(row, bounds, 0);
     }
 }

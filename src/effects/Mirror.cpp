@@ -96,16 +96,23 @@ void MirrorPlane(const Plane& p, size_t unit, bool horizontal, bool vertical) {
         for (unsigned i = 0; i < hh; ++i) {
             uint8_t* top = p.Row(hh - 1 - i);
             uint8_t* bottom = p.Row(hh + oh + i);
+            StageRow(top);
+            StageRow(bottom);
             swapReversed(top, bottom + n * unit, hn);
             swapReversed(top + (hn + on) * unit, bottom + hn * unit, hn);
         }
     } else if (horizontal) {
-        for (unsigned y = 0; y < p.rows; ++y)
+        for (unsigned y = 0; y < p.rows; ++y) {
+            StageRow(p.Row(y));
             swapReversed(p.Row(y), p.Row(y) + n * unit, hn);
+        }
     } else if (vertical) {
         const ExchangeFn swapRows = PickExchange();
-        for (unsigned i = 0; i < hh; ++i)
+        for (unsigned i = 0; i < hh; ++i) {
+            StageRow(p.Row(hh - 1 - i));
+            StageRow(p.Row(hh + oh + i));
             swapRows(p.Row(hh - 1 - i), p.Row(hh + oh + i), n * unit);
+        }
     }
 }
 
@@ -133,6 +140,7 @@ constexpr EffectDescription kMirror = {
     kMirrorShowcase,
     CountOf(kMirrorShowcase)};
 LF_DESCRIBE_EFFECT(kMirror);
+LF_ONE_PASS_EFFECT(AVPROCESSOR_REVERSE);
 
 CReverseVideoImageEffect::CReverseVideoImageEffect() : CImageEffectBase(AVPROCESSOR_REVERSE) {}
 

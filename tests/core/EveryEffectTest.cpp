@@ -1,7 +1,10 @@
-// Every vector form of every kernel against its scalar rule, in one place: each effect the
-// library describes runs on random frames of every format it may touch, at every instruction
-// level this processor has, under its default, showcase and random in-range settings, and must
-// leave the same bytes (guards, padding and crop included) as at the scalar level.
+// Properties every effect the library describes must have, checked on random frames of every
+// format it may touch under its default, showcase and random in-range settings:
+// - every vector form gives its scalar rule's bytes (guards, padding and crop included), at
+//   every instruction level this processor has;
+// - ProcFrame on the library's own frames, which writes the copy in one walk for the effects
+//   that allow it, gives byte for byte a full copy changed in place (padding and rows outside
+//   a crop included) and leaves the frame handed in as it was.
 #include <gtest/gtest.h>
 
 #include <random>
@@ -48,7 +51,7 @@ PropertyList Settings(const EffectDescription& effect, int which, const FrameSha
     return list;
 }
 
-TEST(VectorForms, EveryLevelGivesTheScalarRulesBytes) {
+TEST(EveryEffect, EveryVectorLevelGivesTheScalarRulesBytes) {
     const std::vector<FrameShape> shapes = KernelShapes(kFormats);
     for (const ServedEffect& served : ServedEffects()) {
         std::mt19937 random(served.id);
@@ -66,6 +69,48 @@ TEST(VectorForms, EveryLevelGivesTheScalarRulesBytes) {
                     << served.name << " on " << ShapeName(shape) << (crop ? " cropped" : "")
                     << " with " << testing::PrintToString(settings);
             }
+        }
+    }
+}
+
+// Every byte of every plane's memory, rows x pitch from its start, crop or not.
+std::vector<uint8_t> AllBytes(GVideoFrame* frame) {
+    std::vector<uint8_t> bytes;
+    auto* own = dynamic_cast<CVideoFrame*>(frame);
+    for (unsigned i = 0; own != nullptr && own->GetBuffer(i) != nullptr; ++i) {
+        const CVideoFrame::PlaneRecord* plane = own->GetBuffer(i);
+        if (plane->data != nullptr)
+            bytes.insert(bytes.end(), plane->data,
+                         plane->data + size_t{plane->rows} * plane->pitch);
+    }
+    return bytes;
+}
+
+TEST(EveryEffect, ProcFrameGivesACopyChangedInPlace) {
+    const std::vector<FrameShape> shapes = KernelShapes({30, 0, 4, 6, 7, 35, 5});
+    std::mt19937 random(7);
+    ImagePostion position{};
+    for (const ServedEffect& served : ServedEffects()) {
+        for (size_t i = 0; i < shapes.size(); ++i) {
+            const FrameShape& shape = shapes[i];
+            if (shape.width != 1920 && random() % 8 != 0) continue;
+            const PropertyList settings = Settings(*served.description, 1 + i % 3, shape, random);
+            FactoryEffect effect(served.Create(), settings);
+            TestImage host(shape, static_cast<uint32_t>(i)),
+                reference(shape, static_cast<uint32_t>(i));
+            const bool crop = i % 2 == 0;
+            if (crop) {
+                host.Frame().CropRightAndBottom(shape.width / 3, 2);
+                reference.Frame().CropRightAndBottom(shape.width / 3, 2);
+            }
+            const std::vector<uint8_t> before = host.Snapshot();
+            GVideoFrame* result = effect.p->ProcFrame(&position, 0, &host.Frame());
+            FramePtr copy(reference.Frame().Clone());
+            effect.p->ProcFrameInPlace(&position, 0, copy.get());
+            ASSERT_NE(result, nullptr) << served.name;
+            EXPECT_EQ(AllBytes(result), AllBytes(copy.get()))
+                << served.name << " on " << ShapeName(shape) << (crop ? " cropped" : "");
+            EXPECT_EQ(host.Snapshot(), before) << served.name << " on " << ShapeName(shape);
         }
     }
 }
