@@ -508,7 +508,7 @@ bool CFrameConverter::ConvertWithYuv(GVideoFrame* in, int w, int h, int outWidth
         source.pitch[i] = int(pitch);
     }
     Planes target;
-    for (int i = 0; i < kMaxPlanes && i < 3; ++i) {
+    for (int i = 0; i < 3; ++i) {
         target.out[i] = outPlanes_.data[i];
         target.pitch[i] = outPlanes_.pitch[i];
     }
