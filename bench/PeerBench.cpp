@@ -1,8 +1,11 @@
 // Each of our effects beside its nearest peers among the filters hosts use today: FFmpeg's
-// libavfilter (a filter graph on one thread) and frei0r plugins, in the same process on the same
-// frames. After the runs a table gives our processor time per frame over the peer's for every
-// pair: below 1 we are faster. Pairs whose effect this build lacks, or whose peer does not take
-// the frame's format as it is (libavfilter would convert it), are left out and listed.
+// libavfilter (a filter graph on one thread), frei0r plugins and OpenCV's nearest calls (on one
+// thread, and again on OpenCV's own threads), in the same process on the same frames. Every side
+// works through a stream of distinct frames, as playback does, so frames come from memory and
+// not from the caches; memcpy of the same stream is the yardstick. After the runs a table gives
+// our processor time per frame over the peer's for every pair: below 1 we are faster. Pairs
+// whose effect this build lacks, or whose peer does not take the frame's format as it is
+// (libavfilter would convert it), are left out and listed.
 #include <benchmark/benchmark.h>
 
 extern "C" {
@@ -49,7 +52,7 @@ struct Param {
 // A libavfilter chain or a frei0r plugin. Chains may hold {W} and {H}, the frame's size, and
 // {FW} and {FX}: the width a quarter-turned frame is scaled to so that it fits, and its offset.
 struct Peer {
-    enum Kind { kLavfi, kFrei0r } kind;
+    enum Kind { kLavfi, kFrei0r, kOpenCv } kind;
     std::string text;
     std::vector<Param> params;
     const char* note = nullptr;  // shown beside the peer, for peers that do no pixel work
@@ -60,6 +63,10 @@ Peer Lavfi(std::string chain, const char* note = nullptr) {
 }
 Peer Frei0r(std::string plugin, std::vector<Param> params = {}) {
     return {Peer::kFrei0r, std::move(plugin), std::move(params)};
+}
+// OpenCV's work by its name in peers::OpenCvPeer.
+Peer OpenCv(std::string work) {
+    return {Peer::kOpenCv, std::move(work), {}};
 }
 
 // One 3x3 kernel on the three planes of a YUV frame.
@@ -138,6 +145,26 @@ const std::vector<Pair> kPairs = {
     {AVPROCESSOR_ROTATE90,
      {},
      Lavfi("transpose=clock,scale={FW}:{H}:threads=1,pad={W}:{H}:{FX}:0")},
+    {AVPROCESSOR_INVERT, {}, OpenCv("invert")},
+    {AVPROCESSOR_GRAY, {}, OpenCv("gray")},
+    {AVPROCESSOR_FLIP_COLOR, {}, OpenCv("flip-color")},
+    {AVPROCESSOR_AGED_FILM, {}, OpenCv("sepia")},
+    {AVPROCESSOR_BRIGHTNESS_CONTRAST, {{"brightness", "20"}}, OpenCv("brightness")},
+    {AVPROCESSOR_BRIGHTNESS_CONTRAST, {{"contrast", "40"}}, OpenCv("contrast")},
+    {AVPROCESSOR_BRIGHTNESS_CONTRAST, {{"saturation", "60"}}, OpenCv("saturation")},
+    {AVPROCESSOR_BRIGHTNESS_CONTRAST,
+     {{"brightness", "20"}, {"contrast", "40"}, {"saturation", "60"}},
+     OpenCv("eq")},
+    {AVPROCESSOR_REVERSE, {{"mirror", "1"}}, OpenCv("mirror")},
+    {AVPROCESSOR_REVERSE, {{"vertical", "1"}}, OpenCv("vflip")},
+    {AVPROCESSOR_GAUSS_BLUR, {{"blur_count", "1"}}, OpenCv("blur")},
+    {AVPROCESSOR_LAPLACIAN_SHARPEN, {{"sharpen_count", "1"}}, OpenCv("sharpen")},
+    {AVPROCESSOR_EMBOSS, {}, OpenCv("emboss")},
+    {AVPROCESSOR_MOSAIC, kWholeFrameMosaic, OpenCv("mosaic")},
+    {AVPROCESSOR_TRANSPARENCY, {}, OpenCv("transparency")},
+    {AVPROCESSOR_COLOR_FILTER, {}, OpenCv("colorkey")},
+    {AVPROCESSOR_ADD_NOISE, {{"addnoise_level", "4"}}, OpenCv("grain")},
+    {AVPROCESSOR_ROTATE90, {}, OpenCv("rotate90")},
     {AVPROCESSOR_2DTO3D, {{"type", "1"}}, Lavfi("stereo3d=sbsl:arcd")},
     {AVPROCESSOR_2DTO3D, {{"type", "2"}}, Lavfi("stereo3d=sbsl:agmd")},
     {AVPROCESSOR_2DTO3D, {{"type", "3"}}, Lavfi("stereo3d=abl:sbsl")},
@@ -194,6 +221,10 @@ std::string DescribePeer(const Peer& peer, const FrameKind& frame) {
         const std::string note = peer.note != nullptr ? std::string(" (") + peer.note + ")" : "";
         return "libavfilter `" + Resolve(peer.text, frame) + "`" + note;
     }
+    if (peer.kind == Peer::kOpenCv) {
+        const peers::OpenCvPeer probe(peer.text, frame.format, frame.width, frame.height);
+        return "OpenCV `" + (probe.Available() ? probe.Calls() : peer.text) + "`";
+    }
     std::string text = "frei0r `" + peer.text + "`";
     for (const auto& [name, value] : Frei0rParams(peer, frame))
         text += " " + name + "=" + Number(value);
@@ -206,26 +237,35 @@ std::string FrameName(const FrameKind& frame) {
 }
 
 void BenchOurs(benchmark::State& state, unsigned id, PropertyList settings, FrameKind frame) {
-    peers::Picture picture(frame.format, frame.width, frame.height);
+    peers::Stream stream(frame.format, frame.width, frame.height);
     GVideoProcessor* effect = testing_support::FindServedEffect(id)->Create();
     for (const auto& [name, value] : settings)
         effect->SetProperty(name.c_str(), value.c_str());
     ImagePostion position{};
     // One untimed frame, so what an effect makes once (converters, tables) is not timed.
-    effect->ProcFrameInPlace(&position, 0, &picture.View());
+    effect->ProcFrameInPlace(&position, 0, &stream.Next().View());
     for (auto _ : state) {
-        effect->ProcFrameInPlace(&position, 0, &picture.View());
+        effect->ProcFrameInPlace(&position, 0, &stream.Next().View());
         benchmark::ClobberMemory();
     }
     effect->Free();
 }
 
-void BenchLavfi(benchmark::State& state, std::string chain, FrameKind frame) {
-    peers::Picture picture(frame.format, frame.width, frame.height);
-    peers::LavfiPeer peer(chain, frame.format, frame.width, frame.height);
-    peer.Run(picture.Frame());  // lets the graph fill its frame pools
+void BenchMemcpy(benchmark::State& state, FrameKind frame) {
+    peers::Stream in(frame.format, frame.width, frame.height, 1);
+    peers::Stream out(frame.format, frame.width, frame.height, 2);
     for (auto _ : state) {
-        if (!peer.Run(picture.Frame())) {
+        peers::CopyFrame(in.Next().Frame(), out.Next().Frame());
+        benchmark::ClobberMemory();
+    }
+}
+
+void BenchLavfi(benchmark::State& state, std::string chain, FrameKind frame) {
+    peers::Stream stream(frame.format, frame.width, frame.height);
+    peers::LavfiPeer peer(chain, frame.format, frame.width, frame.height);
+    peer.Run(stream.Next().Frame());  // lets the graph fill its frame pools
+    for (auto _ : state) {
+        if (!peer.Run(stream.Next().Frame())) {
             state.SkipWithError("the graph refused a frame");
             break;
         }
@@ -234,20 +274,31 @@ void BenchLavfi(benchmark::State& state, std::string chain, FrameKind frame) {
 
 void BenchFrei0r(benchmark::State& state, std::string plugin, peers::Frei0rPeer::Params params,
                  FrameKind frame) {
-    peers::Picture in(frame.format, frame.width, frame.height);
-    peers::Picture out(frame.format, frame.width, frame.height);
+    peers::Stream in(frame.format, frame.width, frame.height, 1);
+    peers::Stream out(frame.format, frame.width, frame.height, 2);
     peers::Frei0rPeer peer(plugin, params, frame.width, frame.height);
     if (!peer.Loaded()) {
         state.SkipWithError("the plugin did not load");
         return;
     }
-    auto* source = reinterpret_cast<uint32_t*>(in.Frame()->data[0]);
-    auto* target = reinterpret_cast<uint32_t*>(out.Frame()->data[0]);
     for (auto _ : state) {
-        peer.Run(source, target);
-        std::swap(source, target);
+        peer.Run(reinterpret_cast<const uint32_t*>(in.Next().Frame()->data[0]),
+                 reinterpret_cast<uint32_t*>(out.Next().Frame()->data[0]));
         benchmark::ClobberMemory();
     }
+}
+
+// threads: 1, or 0 for OpenCV's own choice.
+void BenchOpenCv(benchmark::State& state, std::string work, int threads, FrameKind frame) {
+    peers::Stream stream(frame.format, frame.width, frame.height);
+    peers::OpenCvPeer peer(work, frame.format, frame.width, frame.height);
+    peers::OpenCvPeer::SetThreads(threads);
+    peer.Run(stream.Next().Frame());  // lets OpenCV make its scratch matrices
+    for (auto _ : state) {
+        peer.Run(stream.Next().Frame());
+        benchmark::ClobberMemory();
+    }
+    peers::OpenCvPeer::SetThreads(1);
 }
 
 // Whether a peer can run on this frame as it is; else why not.
@@ -256,14 +307,26 @@ std::string Unavailable(const Peer& peer, const FrameKind& frame) {
         peers::LavfiPeer probe(Resolve(peer.text, frame), frame.format, frame.width, frame.height);
         return probe.Native() ? "" : "does not take " + std::string(frame.name) + " as it is";
     }
+    if (peer.kind == Peer::kOpenCv) {
+        if (!peers::OpenCvPeer::Built()) return "OpenCV not in this build";
+        const peers::OpenCvPeer probe(peer.text, frame.format, frame.width, frame.height);
+        return probe.Available() ? "" : "no OpenCV form for " + std::string(frame.name);
+    }
     if (frame.format != PIXFMT_BGRA32) return "packed 32-bit frames only";
     peers::Frei0rPeer probe(peer.text, Frei0rParams(peer, frame), frame.width, frame.height);
     return probe.Loaded() ? "" : "plugin not installed";
 }
 
+// Benchmark names: ours, the peer's, the peer's on its own threads (OpenCV only), memcpy's.
 struct Row {
-    std::string effect, peer, frame, ours, theirs;
+    std::string effect, peer, frame, ours, theirs, threaded, copy;
 };
+
+std::string Fixed(double value) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.2f", value);
+    return text;
+}
 
 // Prints the usual console report, then our time over the peer's for every pair.
 class PeerReporter : public benchmark::ConsoleReporter {
@@ -276,23 +339,33 @@ public:
         for (const Run& run : runs) {
             const std::string name = run.run_name.function_name;
             if (!medians_.Takes(run, name)) continue;
-            // Processor time: on a shared machine it counts the work, not the waits.
-            milliseconds_[name] = run.GetAdjustedCPUTime();
+            // Processor time: on a shared machine it counts the work, not the waits. OpenCV on its
+            // own threads is timed by the wall clock, which is what more threads shorten.
+            milliseconds_[name] = name.rfind("/threads:own") != std::string::npos
+                                      ? run.GetAdjustedRealTime()
+                                      : run.GetAdjustedCPUTime();
         }
     }
 
     void Finalize() override {
         ConsoleReporter::Finalize();
         std::printf(
-            "\n| effect (our settings) | peer | frame | ours ms | peer ms | ours / peer |\n");
-        std::printf("|---|---|---|---:|---:|---:|\n");
+            "\n| effect (our settings) | peer | frame | ours ms | peer ms | ours / peer | "
+            "peer ms, own threads | ours / memcpy |\n");
+        std::printf("|---|---|---|---:|---:|---:|---:|---:|\n");
         for (const Row& row : rows_) {
             const auto ours = milliseconds_.find(row.ours);
             const auto theirs = milliseconds_.find(row.theirs);
             if (ours == milliseconds_.end() || theirs == milliseconds_.end()) continue;
-            std::printf("| %s | %s | %s | %.2f | %.2f | %.2f |\n", row.effect.c_str(),
+            const auto threaded = milliseconds_.find(row.threaded);
+            const auto copy = milliseconds_.find(row.copy);
+            const std::string threadedText =
+                threaded == milliseconds_.end() ? "" : Fixed(threaded->second);
+            const std::string copyText =
+                copy == milliseconds_.end() ? "" : Fixed(ours->second / copy->second);
+            std::printf("| %s | %s | %s | %.2f | %.2f | %.2f | %s | %s |\n", row.effect.c_str(),
                         row.peer.c_str(), row.frame.c_str(), ours->second, theirs->second,
-                        ours->second / theirs->second);
+                        ours->second / theirs->second, threadedText.c_str(), copyText.c_str());
         }
         if (!skipped_.empty()) std::printf("\nLeft out:\n");
         for (const std::string& line : skipped_)
@@ -320,6 +393,8 @@ int main(int argc, char** argv) {
         benchmark::RegisterBenchmark(name.c_str(), args...)->Unit(benchmark::kMillisecond);
     };
     for (const FrameKind& frame : kFrames) {
+        const std::string copy = "memcpy/" + FrameName(frame);
+        add(copy, BenchMemcpy, frame);
         for (const Pair& pair : kPairs) {
             const std::string effect = testing_support::EffectName(pair.id);
             const PropertyList settings = OurSettings(pair, frame);
@@ -339,13 +414,18 @@ int main(int argc, char** argv) {
             // Pairs that share a side share its benchmark.
             const std::string ours = "ours/" + described + "/" + FrameName(frame);
             const std::string theirs = "peer/" + peerText + "/" + FrameName(frame);
+            std::string threaded;
             add(ours, BenchOurs, pair.id, settings, frame);
             if (pair.peer.kind == Peer::kLavfi) {
                 add(theirs, BenchLavfi, Resolve(pair.peer.text, frame), frame);
-            } else {
+            } else if (pair.peer.kind == Peer::kFrei0r) {
                 add(theirs, BenchFrei0r, pair.peer.text, Frei0rParams(pair.peer, frame), frame);
+            } else {
+                add(theirs, BenchOpenCv, pair.peer.text, 1, frame);
+                threaded = "peer/" + peerText + "/threads:own/" + FrameName(frame);
+                add(threaded, BenchOpenCv, pair.peer.text, 0, frame);
             }
-            rows.push_back({described, peerText, FrameName(frame), ours, theirs});
+            rows.push_back({described, peerText, FrameName(frame), ours, theirs, threaded, copy});
         }
     }
     benchmark::Initialize(&argc, argv);

@@ -1,6 +1,7 @@
 // The filters the peer benchmark sets beside ours: FFmpeg's libavfilter, driven through a filter
-// graph on one thread, and frei0r plugins loaded from their shared objects. Each is set up
-// outside the timed region; Run does one frame's work and nothing else.
+// graph on one thread, frei0r plugins loaded from their shared objects, and OpenCV's nearest
+// calls where the build found OpenCV. Each is set up outside the timed region; Run does one
+// frame's work and nothing else.
 #pragma once
 
 #include <cstdint>
@@ -19,11 +20,11 @@ extern "C" {
 
 namespace peers {
 
-// One frame of random pixels (the same for a given format and size, whoever asks) in a
+// One frame of random pixels (the same for a given format, size and seed, whoever asks) in a
 // reference-counted FFmpeg frame, with a libfilter frame over the same memory.
 class Picture {
 public:
-    Picture(int format, unsigned width, unsigned height);
+    Picture(int format, unsigned width, unsigned height, uint64_t seed = 1);
     ~Picture();
     Picture(const Picture&) = delete;
     Picture& operator=(const Picture&) = delete;
@@ -35,6 +36,33 @@ private:
     AVFrame* frame_;
     MediaCore::CVideoFrame view_;
 };
+
+// Distinct frames taken in turn, as playback streams them: together far more than the caches hold,
+// so every frame comes from memory. As many as make kStreamBytes, at most kStreamFrames.
+class Stream {
+public:
+    static constexpr size_t kStreamBytes = size_t{256} << 20;
+    static constexpr size_t kStreamFrames = 30;
+
+    Stream(int format, unsigned width, unsigned height, uint64_t seed = 1);
+    static size_t Frames(int format, unsigned width, unsigned height);
+
+    size_t Size() const { return pictures_.size(); }
+    Picture& operator[](size_t i) { return *pictures_[i]; }
+    // The next frame, round the stream.
+    Picture& Next() {
+        Picture& picture = *pictures_[next_];
+        next_ = next_ + 1 == pictures_.size() ? 0 : next_ + 1;
+        return picture;
+    }
+
+private:
+    std::vector<std::unique_ptr<Picture>> pictures_;
+    size_t next_ = 0;
+};
+
+// Copies every plane of `from` into `to` (same format and size), the yardstick of the table.
+void CopyFrame(const AVFrame* from, AVFrame* to);
 
 // buffer -> the filter chain -> buffersink, single-threaded.
 class LavfiPeer {
@@ -85,6 +113,30 @@ private:
     std::unique_ptr<Api> api_;
     void* instance_ = nullptr;
     double time_ = 0;
+};
+
+// OpenCV's nearest work to one of our effects on the planes of a frame, in place where OpenCV
+// takes the same matrix in and out: a BGRA frame is one four-channel matrix, a YUV 4:2:0 frame
+// three one-channel ones. Scratch matrices, tables, kernels and drawn noise are made up front.
+class OpenCvPeer {
+public:
+    OpenCvPeer(const std::string& work, int format, unsigned width, unsigned height);
+    ~OpenCvPeer();
+    OpenCvPeer(const OpenCvPeer&) = delete;
+    OpenCvPeer& operator=(const OpenCvPeer&) = delete;
+
+    // False when OpenCV is not in this build or the work has no form for the frame's format.
+    bool Available() const { return work_ != nullptr; }
+    // The OpenCV calls, as shown in the table.
+    std::string Calls() const;
+    void Run(AVFrame* frame);
+    // 1 for one thread; 0 for OpenCV's own choice. Global to OpenCV.
+    static void SetThreads(int threads);
+    static bool Built();
+
+private:
+    struct Work;
+    std::unique_ptr<Work> work_;
 };
 
 // Where the frei0r plugins of this system live (FREI0R_PATH first).

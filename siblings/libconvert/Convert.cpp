@@ -1,4 +1,8 @@
-// Frame converters built on libswscale.
+// Frame converters built on libyuv where it has the conversion or scaling (BGRA, RGB24 and
+// YUV 4:2:0 / 4:2:2 / 4:4:4 between each other and at any size), on libswscale for the rest.
+//
+// libyuv reads and writes exactly the pixels of the frame's size, so host planes that hold them
+// are read in place. libswscale below is driven as follows.
 //
 // The scaling library reads and writes whole rows of its own geometry: chroma planes rounded
 // up at odd sizes, and vector code that may touch a few bytes past a row's end. Frames it writes
@@ -8,6 +12,7 @@
 #include "libfilter/Convert.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -16,6 +21,15 @@
 
 #include "libfilter/CVideoFrame.h"
 #include "libfilter/Stereo3D.h"
+
+#include <libyuv/convert.h>
+#include <libyuv/convert_argb.h>
+#include <libyuv/convert_from.h>
+#include <libyuv/convert_from_argb.h>
+#include <libyuv/planar_functions.h>
+#include <libyuv/scale.h>
+#include <libyuv/scale_argb.h>
+#include <libyuv/scale_rgb.h>
 
 extern "C" {
 #include <libavutil/imgutils.h>
@@ -64,6 +78,234 @@ AVPixelFormat ToAv(int format) {
             return AV_PIX_FMT_NONE;
     }
 }
+
+// The formats libyuv converts and scales, as it names them. Its ARGB is our BGRA byte order,
+// its RAW our R, G, B order and its RGB24 our B, G, R order.
+enum class Yuv { kNone, kI420, kI422, kI444, kArgb, kRaw, kRgb24 };
+
+Yuv ToYuv(int format) {
+    switch (format) {
+        case PIXFMT_YUV420P:
+        case PIXFMT_YUV420P_12:
+            return Yuv::kI420;
+        case PIXFMT_YUV422P:
+        case PIXFMT_YUV422P_13:
+            return Yuv::kI422;
+        case PIXFMT_YUV444P:
+            return Yuv::kI444;
+        case PIXFMT_BGRA32:
+            return Yuv::kArgb;
+        case PIXFMT_PACKED24_2:
+            return Yuv::kRaw;
+        case PIXFMT_PACKED24_3:
+            return Yuv::kRgb24;
+        default:
+            return Yuv::kNone;
+    }
+}
+
+// One of our formats laid out as `kind`, for staging memory.
+int FormatOf(Yuv kind) {
+    switch (kind) {
+        case Yuv::kI420:
+            return PIXFMT_YUV420P;
+        case Yuv::kI422:
+            return PIXFMT_YUV422P;
+        case Yuv::kI444:
+            return PIXFMT_YUV444P;
+        case Yuv::kArgb:
+            return PIXFMT_BGRA32;
+        case Yuv::kRaw:
+            return PIXFMT_PACKED24_2;
+        default:
+            return PIXFMT_PACKED24_3;
+    }
+}
+
+bool Packed(Yuv kind) {
+    return kind == Yuv::kArgb || kind == Yuv::kRaw || kind == Yuv::kRgb24;
+}
+
+// Bytes per pixel, in eighths, to weigh where a two-step conversion scales.
+int Eighths(Yuv kind) {
+    switch (kind) {
+        case Yuv::kI420:
+            return 12;
+        case Yuv::kI422:
+            return 16;
+        case Yuv::kArgb:
+            return 32;
+        default:
+            return 24;
+    }
+}
+
+// Planes as libyuv takes them.
+struct Planes {
+    const uint8_t* data[3] = {};
+    uint8_t* out[3] = {};
+    int pitch[3] = {};
+};
+
+// The bytes and rows libyuv touches in plane `i` of `kind` at w x h.
+void Needs(Yuv kind, int i, int w, int h, int64_t* bytes, int64_t* rows) {
+    const int64_t half = (int64_t{w} + 1) / 2;
+    *rows = kind == Yuv::kI420 && i > 0 ? (int64_t{h} + 1) / 2 : h;
+    switch (kind) {
+        case Yuv::kArgb:
+            *bytes = int64_t{w} * 4;
+            break;
+        case Yuv::kRaw:
+        case Yuv::kRgb24:
+            *bytes = int64_t{w} * 3;
+            break;
+        case Yuv::kI444:
+            *bytes = w;
+            break;
+        default:
+            *bytes = i > 0 ? half : w;
+    }
+}
+
+using ConvertFn = int (*)(const Planes& from, Planes& to, int w, int h);
+
+constexpr int Pair(Yuv from, Yuv to) {
+    return int(from) * 8 + int(to);
+}
+
+#define LF_PLANAR(i) from.data[i], from.pitch[i]
+#define LF_PLANAR_OUT(i) to.out[i], to.pitch[i]
+
+// The same-size conversions libyuv has between two kinds, or none.
+ConvertFn FindConversion(Yuv from, Yuv to) {
+    using Y = Yuv;
+    switch (Pair(from, to)) {
+        case Pair(Y::kI420, Y::kArgb):
+            return [](const Planes& from, Planes& to, int w, int h) {
+                return libyuv::I420ToARGB(LF_PLANAR(0), LF_PLANAR(1), LF_PLANAR(2),
+                                          LF_PLANAR_OUT(0), w, h);
+            };
+        case Pair(Y::kI422, Y::kArgb):
+            return [](const Planes& from, Planes& to, int w, int h) {
+                return libyuv::I422ToARGB(LF_PLANAR(0), LF_PLANAR(1), LF_PLANAR(2),
+                                          LF_PLANAR_OUT(0), w, h);
+            };
+        case Pair(Y::kI444, Y::kArgb):
+            return [](const Planes& from, Planes& to, int w, int h) {
+                return libyuv::I444ToARGB(LF_PLANAR(0), LF_PLANAR(1), LF_PLANAR(2),
+                                          LF_PLANAR_OUT(0), w, h);
+            };
+        case Pair(Y::kArgb, Y::kI420):
+            return [](const Planes& from, Planes& to, int w, int h) {
+                return libyuv::ARGBToI420(LF_PLANAR(0), LF_PLANAR_OUT(0), LF_PLANAR_OUT(1),
+                                          LF_PLANAR_OUT(2), w, h);
+            };
+        case Pair(Y::kArgb, Y::kI422):
+            return [](const Planes& from, Planes& to, int w, int h) {
+                return libyuv::ARGBToI422(LF_PLANAR(0), LF_PLANAR_OUT(0), LF_PLANAR_OUT(1),
+                                          LF_PLANAR_OUT(2), w, h);
+            };
+        case Pair(Y::kArgb, Y::kI444):
+            return [](const Planes& from, Planes& to, int w, int h) {
+                return libyuv::ARGBToI444(LF_PLANAR(0), LF_PLANAR_OUT(0), LF_PLANAR_OUT(1),
+                                          LF_PLANAR_OUT(2), w, h);
+            };
+        case Pair(Y::kI420, Y::kRaw):
+            return [](const Planes& from, Planes& to, int w, int h) {
+                return libyuv::I420ToRAW(LF_PLANAR(0), LF_PLANAR(1), LF_PLANAR(2), LF_PLANAR_OUT(0),
+                                         w, h);
+            };
+        case Pair(Y::kI420, Y::kRgb24):
+            return [](const Planes& from, Planes& to, int w, int h) {
+                return libyuv::I420ToRGB24(LF_PLANAR(0), LF_PLANAR(1), LF_PLANAR(2),
+                                           LF_PLANAR_OUT(0), w, h);
+            };
+        case Pair(Y::kRaw, Y::kI420):
+            return [](const Planes& from, Planes& to, int w, int h) {
+                return libyuv::RAWToI420(LF_PLANAR(0), LF_PLANAR_OUT(0), LF_PLANAR_OUT(1),
+                                         LF_PLANAR_OUT(2), w, h);
+            };
+        case Pair(Y::kRgb24, Y::kI420):
+            return [](const Planes& from, Planes& to, int w, int h) {
+                return libyuv::RGB24ToI420(LF_PLANAR(0), LF_PLANAR_OUT(0), LF_PLANAR_OUT(1),
+                                           LF_PLANAR_OUT(2), w, h);
+            };
+        case Pair(Y::kArgb, Y::kRaw):
+            return [](const Planes& from, Planes& to, int w, int h) {
+                return libyuv::ARGBToRAW(LF_PLANAR(0), LF_PLANAR_OUT(0), w, h);
+            };
+        case Pair(Y::kArgb, Y::kRgb24):
+            return [](const Planes& from, Planes& to, int w, int h) {
+                return libyuv::ARGBToRGB24(LF_PLANAR(0), LF_PLANAR_OUT(0), w, h);
+            };
+        case Pair(Y::kRaw, Y::kArgb):
+            return [](const Planes& from, Planes& to, int w, int h) {
+                return libyuv::RAWToARGB(LF_PLANAR(0), LF_PLANAR_OUT(0), w, h);
+            };
+        case Pair(Y::kRgb24, Y::kArgb):
+            return [](const Planes& from, Planes& to, int w, int h) {
+                return libyuv::RGB24ToARGB(LF_PLANAR(0), LF_PLANAR_OUT(0), w, h);
+            };
+        case Pair(Y::kRaw, Y::kRgb24):
+        case Pair(Y::kRgb24, Y::kRaw):  // the same swap of the outer bytes either way
+            return [](const Planes& from, Planes& to, int w, int h) {
+                return libyuv::RAWToRGB24(LF_PLANAR(0), LF_PLANAR_OUT(0), w, h);
+            };
+        case Pair(Y::kI420, Y::kI422):
+            return [](const Planes& from, Planes& to, int w, int h) {
+                return libyuv::I420ToI422(LF_PLANAR(0), LF_PLANAR(1), LF_PLANAR(2),
+                                          LF_PLANAR_OUT(0), LF_PLANAR_OUT(1), LF_PLANAR_OUT(2), w,
+                                          h);
+            };
+        case Pair(Y::kI420, Y::kI444):
+            return [](const Planes& from, Planes& to, int w, int h) {
+                return libyuv::I420ToI444(LF_PLANAR(0), LF_PLANAR(1), LF_PLANAR(2),
+                                          LF_PLANAR_OUT(0), LF_PLANAR_OUT(1), LF_PLANAR_OUT(2), w,
+                                          h);
+            };
+        case Pair(Y::kI422, Y::kI420):
+            return [](const Planes& from, Planes& to, int w, int h) {
+                return libyuv::I422ToI420(LF_PLANAR(0), LF_PLANAR(1), LF_PLANAR(2),
+                                          LF_PLANAR_OUT(0), LF_PLANAR_OUT(1), LF_PLANAR_OUT(2), w,
+                                          h);
+            };
+        case Pair(Y::kI444, Y::kI420):
+            return [](const Planes& from, Planes& to, int w, int h) {
+                return libyuv::I444ToI420(LF_PLANAR(0), LF_PLANAR(1), LF_PLANAR(2),
+                                          LF_PLANAR_OUT(0), LF_PLANAR_OUT(1), LF_PLANAR_OUT(2), w,
+                                          h);
+            };
+        default:
+            return nullptr;
+    }
+}
+
+// Scales `from` (w x h) into `to` (outW x outH), both of `kind`: bilinear, which libyuv does at
+// any ratio. Equal sizes copy.
+int Scale(Yuv kind, const Planes& from, int w, int h, Planes& to, int outW, int outH) {
+    constexpr auto filter = libyuv::kFilterBilinear;
+    switch (kind) {
+        case Yuv::kI420:
+            return libyuv::I420Scale(LF_PLANAR(0), LF_PLANAR(1), LF_PLANAR(2), w, h,
+                                     LF_PLANAR_OUT(0), LF_PLANAR_OUT(1), LF_PLANAR_OUT(2), outW,
+                                     outH, filter);
+        case Yuv::kI422:
+            return libyuv::I422Scale(LF_PLANAR(0), LF_PLANAR(1), LF_PLANAR(2), w, h,
+                                     LF_PLANAR_OUT(0), LF_PLANAR_OUT(1), LF_PLANAR_OUT(2), outW,
+                                     outH, filter);
+        case Yuv::kI444:
+            return libyuv::I444Scale(LF_PLANAR(0), LF_PLANAR(1), LF_PLANAR(2), w, h,
+                                     LF_PLANAR_OUT(0), LF_PLANAR_OUT(1), LF_PLANAR_OUT(2), outW,
+                                     outH, filter);
+        case Yuv::kArgb:
+            return libyuv::ARGBScale(LF_PLANAR(0), w, h, LF_PLANAR_OUT(0), outW, outH, filter);
+        default:
+            return libyuv::RGBScale(LF_PLANAR(0), w, h, LF_PLANAR_OUT(0), outW, outH, filter);
+    }
+}
+
+#undef LF_PLANAR
+#undef LF_PLANAR_OUT
 
 // The rows and row bytes the scaling library uses for each plane of `format` at w x h.
 struct Geometry {
@@ -178,6 +420,7 @@ public:
 
 private:
     GVideoFrame* ConvertFrame(GVideoFrame* in);
+    bool ConvertWithYuv(GVideoFrame* in, int w, int h, int outWidth, int outHeight);
     bool PrepareOutput(GVideoFrame* in, int width, int height);
     int DirectRows(GVideoFrame* in, const Geometry& g, int height, const uint8_t** data,
                    int* pitch);
@@ -189,6 +432,7 @@ private:
     std::unique_ptr<CVideoFrame> out_;
     PlaneSet outPlanes_;
     PlaneSet staged_;
+    PlaneSet between_;  // the middle frame of a conversion libyuv does in two steps
 };
 
 // Our frame of the target format and size, over memory sized for the library's geometry.
@@ -237,6 +481,62 @@ int CFrameConverter::DirectRows(GVideoFrame* in, const Geometry& g, int height,
     return std::max(height - tail, 0);
 }
 
+// libyuv's way, when it has one and the host's planes hold every pixel it reads: a conversion,
+// a scaling, or both in two steps through a middle frame (scaled in whichever kind makes it
+// smaller). False, with nothing written, when libswscale must do it.
+bool CFrameConverter::ConvertWithYuv(GVideoFrame* in, int w, int h, int outWidth, int outHeight) {
+    const Yuv from = ToYuv(in->GetPixelFormat()), to = ToYuv(format_);
+    if (from == Yuv::kNone || to == Yuv::kNone) return false;
+    constexpr int kLargest = INT32_MAX / 8;  // libyuv's sizes and pitches are int
+    if (w > kLargest || h > kLargest || outWidth > kLargest || outHeight > kLargest) return false;
+    const bool scales = w != outWidth || h != outHeight;
+    const ConvertFn convert = from == to ? nullptr : FindConversion(from, to);
+    if (from != to && convert == nullptr) return false;
+
+    Planes source;
+    const int planes = Packed(from) ? 1 : 3;
+    if (int(in->GetBufferCount()) < planes) return false;
+    for (int i = 0; i < planes; ++i) {
+        unsigned rowBytes = 0, pitch = 0, rows = 0;
+        source.data[i] = in->GetBuffer(unsigned(i), &rowBytes, &pitch, &rows);
+        int64_t bytes = 0, needed = 0;
+        Needs(from, i, w, h, &bytes, &needed);
+        if (source.data[i] == nullptr || rowBytes < bytes || pitch < bytes || rows < needed ||
+            pitch > unsigned(INT32_MAX)) {
+            return false;
+        }
+        source.pitch[i] = int(pitch);
+    }
+    Planes target;
+    for (int i = 0; i < 3; ++i) {
+        target.out[i] = outPlanes_.data[i];
+        target.pitch[i] = outPlanes_.pitch[i];
+    }
+    if (from == to) return Scale(from, source, w, h, target, outWidth, outHeight) == 0;
+    if (!scales) return convert(source, target, w, h) == 0;
+
+    // Scale first (the middle frame is the source's kind at the output's size) or convert first
+    // (the target's kind at the input's size), whichever middle frame is smaller.
+    const bool scaleFirst =
+        int64_t{Eighths(from)} * outWidth * outHeight < int64_t{Eighths(to)} * w * h;
+    const Yuv middleKind = scaleFirst ? from : to;
+    const int middleW = scaleFirst ? outWidth : w, middleH = scaleFirst ? outHeight : h;
+    const Geometry g(ToAv(FormatOf(middleKind)), middleW, middleH);
+    const int none[kMaxPlanes] = {};
+    if (!between_.Allocate(g, none, none)) return false;
+    Planes middle;
+    for (int i = 0; i < 3; ++i) {
+        middle.data[i] = middle.out[i] = between_.data[i];
+        middle.pitch[i] = between_.pitch[i];
+    }
+    if (scaleFirst) {
+        return Scale(from, source, w, h, middle, outWidth, outHeight) == 0 &&
+               convert(middle, target, outWidth, outHeight) == 0;
+    }
+    return convert(source, middle, w, h) == 0 &&
+           Scale(to, middle, w, h, target, outWidth, outHeight) == 0;
+}
+
 GVideoFrame* CFrameConverter::ConvertFrame(GVideoFrame* in) {
     if (in == out_.get()) return out_.get();  // already in our format and size
     const AVPixelFormat from = ToAv(in->GetPixelFormat()), to = ToAv(format_);
@@ -246,6 +546,10 @@ GVideoFrame* CFrameConverter::ConvertFrame(GVideoFrame* in) {
     const int outWidth = int(width_ ? width_ : w), outHeight = int(height_ ? height_ : h);
     const Geometry g(from, int(w), int(h));
     if (!PrepareOutput(in, outWidth, outHeight)) return nullptr;
+    if (ConvertWithYuv(in, int(w), int(h), outWidth, outHeight)) {
+        out_->SetTimeStamp(in->GetTimeStamp());
+        return out_.get();
+    }
     const ScalePlan plan = PlanScale(to, int(w), int(h), outWidth, outHeight);
     context_ = sws_getCachedContext(context_, int(w), int(h), from, outWidth, outHeight, to,
                                     plan.flags, nullptr, nullptr, nullptr);
