@@ -350,7 +350,8 @@ struct PlaneSet {
             const size_t needed = size_t(pitch[i]) * rows + kSlack;
             if (needed > size[i]) {
                 size[i] = 0;
-                memory[i].reset(static_cast<uint8_t*>(av_malloc(needed)));
+                // Cleared: a row's padding is never written, and frames go back to hosts whole.
+                memory[i].reset(static_cast<uint8_t*>(av_mallocz(needed)));
                 if (!memory[i]) return false;
                 size[i] = needed;
             }
