@@ -17,8 +17,8 @@
 #include <vector>
 
 #include "Frames.h"
-#include "Reports.h"
 #include "catalogue/Catalogue.h"
+#include "catalogue/ReportSink.h"
 #include "libfilter/CVideoFrame.h"
 
 namespace pylf {
@@ -29,6 +29,7 @@ using catalogue::EffectDescription;
 using catalogue::PropertyDescription;
 using catalogue::PropertyKind;
 using catalogue::RangeBound;
+using catalogue::ReportSink;
 
 // A failure the library reported; Python sees it as libfilter.Error with the report's text.
 class CLibraryFailure : public std::runtime_error {
@@ -168,11 +169,11 @@ py::object TypedValue(const PropertyDescription& property, const char* text) {
 class CEffect {
 public:
     explicit CEffect(const EffectDescription& description) : description_(description) {
-        CReportSink::TakeReport();
+        ReportSink::TakeReport();
         processor_ = catalogue::Create(description);
         if (!processor_) {
             throw CLibraryFailure("the library refused to make effect " + Quoted(description.name) +
-                                  ": " + CReportSink::TakeReport().value_or("no reason given"));
+                                  ": " + ReportSink::TakeReport().value_or("no reason given"));
         }
     }
 
@@ -185,11 +186,11 @@ public:
     void Set(const PropertyDescription& property, py::handle value) {
         const std::string text = ValueText(description_, property, value);
         std::lock_guard<std::mutex> lock(mutex_);
-        CReportSink::TakeReport();
+        ReportSink::TakeReport();
         if (!processor_->SetProperty(property.name, text.c_str())) {
             throw CLibraryFailure("effect " + Quoted(description_.name) + " refused " +
                                   property.name + "=" + text + ": " +
-                                  CReportSink::TakeReport().value_or("no reason given"));
+                                  ReportSink::TakeReport().value_or("no reason given"));
         }
     }
 
@@ -203,7 +204,7 @@ public:
     // interpreter released.
     std::optional<std::string> Process(const Planes& planes) {
         std::lock_guard<std::mutex> lock(mutex_);
-        CReportSink::TakeReport();
+        ReportSink::TakeReport();
         try {
             MediaCore::CVideoFrame frame(false, planes.format, planes.width, planes.height, true);
             unsigned char* data[3] = {planes.data[0], planes.data[1], planes.data[2]};
@@ -217,7 +218,9 @@ public:
         } catch (const std::exception& error) {
             return std::string(error.what());
         }
-        return CReportSink::TakeReport();
+        std::optional<std::string> report = ReportSink::TakeReport();
+        if (report && report->empty()) report = "the library reported a failure";
+        return report;
     }
 
 private:
@@ -366,7 +369,7 @@ using namespace pylf;
 PYBIND11_MODULE(_libfilter, m) {
     m.doc() = "libfilter's effects on NumPy arrays (the binding under the libfilter package)";
     // Reports become exceptions on the thread that caused them; the sink stays for the process.
-    static CReportSink* const sink = new CReportSink();
+    static ReportSink* const sink = new ReportSink();
     (void)sink;
     py::register_exception<CLibraryFailure>(m, "Error", PyExc_RuntimeError);
 

@@ -15,8 +15,8 @@
 
 #include "Available.h"
 #include "Decoder.h"
-#include "QuietSink.h"
 #include "Scaler.h"
+#include "catalogue/ReportSink.h"
 #include "libfilter/CVideoFrame.h"
 
 extern "C" {
@@ -83,7 +83,7 @@ protected:
         return names;
     }
 
-    QuietSink sink_;
+    catalogue::ReportSink sink_;
     fs::path dir_;
 };
 

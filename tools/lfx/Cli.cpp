@@ -14,8 +14,8 @@ extern "C" {
 
 #include "Commands.h"
 #include "Errors.h"
-#include "QuietSink.h"
 #include "Signals.h"
+#include "catalogue/ReportSink.h"
 
 namespace lfx {
 
@@ -263,7 +263,7 @@ int RunCli(int argc, char** argv) {
 
     av_log_set_level(common.verbose ? AV_LOG_WARNING : AV_LOG_QUIET);
     // Reports go to lfx, which words them for the person; probing for effects stays silent.
-    QuietSink sink;
+    catalogue::ReportSink sink;
     try {
         if (list->parsed()) return RunList(listName);
         if (applyCommand->parsed()) {

@@ -12,8 +12,8 @@ extern "C" {
 
 #include "Errors.h"
 #include "Layout.h"
-#include "QuietSink.h"
 #include "Signals.h"
+#include "catalogue/ReportSink.h"
 #include "libfilter/CVideoFrame.h"
 
 namespace lfx {
@@ -146,10 +146,11 @@ EffectChain::EffectChain(const std::vector<ChainStep>& steps) {
     for (const ChainStep& step : steps) {
         EffectPtr processor = CreateEffect(*step.effect);
         for (const auto& [name, value] : step.properties) {
-            QuietSink::TakeReport();
+            catalogue::ReportSink::TakeReport();
             if (!processor->SetProperty(name.c_str(), value.c_str())) {
                 Fail("effect " + Quoted(step.effect->entry->name) + " refused " + name + "=" +
-                     value + ": " + QuietSink::TakeReport().value_or("no reason given"));
+                     value + ": " +
+                     catalogue::ReportSink::TakeReport().value_or("no reason given"));
             }
         }
         effects_.push_back({step.effect, std::move(processor)});
@@ -164,11 +165,11 @@ void EffectChain::Apply(AVFrame& frame, int index) {
     view.SetBuffer(frame.data, frame.linesize, nullptr);
     view.SetTimeStamp(index);
     MediaCore::ImagePostion position{};
-    QuietSink::TakeReport();
+    catalogue::ReportSink::TakeReport();
     for (const Instance& effect : effects_) {
         CheckStop();  // a long chain on a big frame stops between effects
         effect.processor->ProcFrameInPlace(&position, index, &view);
-        if (auto report = QuietSink::TakeReport()) {
+        if (auto report = catalogue::ReportSink::TakeReport()) {
             Fail("effect " + Quoted(effect.effect->entry->name) + " failed on frame " +
                  std::to_string(index) + ": " + *report);
         }

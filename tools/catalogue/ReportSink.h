@@ -1,6 +1,6 @@
-// The error sink lfx installs in place of liblog's: it keeps each report for the thread that
-// made it instead of logging it, so probing for effects is silent and a failed call can be
-// told to the person with the library's own words.
+// An error sink a host installs in place of liblog's: it keeps each report for the thread that
+// made it instead of logging it, so probing for effects is silent and a failed call can be told
+// to the person (lfx) or raised (the Python module) with the library's own words.
 #pragma once
 
 #include <optional>
@@ -8,15 +8,15 @@
 
 #include "libfilter/IException.h"
 
-namespace lfx {
+namespace catalogue {
 
-class QuietSink final : public IException {
+class ReportSink final : public IException {
 public:
     // Installs the sink for the lifetime of the object and puts the previous one back after.
-    QuietSink();
-    ~QuietSink();
-    QuietSink(const QuietSink&) = delete;
-    QuietSink& operator=(const QuietSink&) = delete;
+    ReportSink();
+    ~ReportSink();
+    ReportSink(const ReportSink&) = delete;
+    ReportSink& operator=(const ReportSink&) = delete;
 
     // The latest report made on the calling thread since the last call, if any.
     static std::optional<std::string> TakeReport();
@@ -35,4 +35,4 @@ private:
     IException* previous_;
 };
 
-}  // namespace lfx
+}  // namespace catalogue

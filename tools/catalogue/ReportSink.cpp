@@ -1,8 +1,8 @@
-#include "QuietSink.h"
+#include "catalogue/ReportSink.h"
 
 #include "libfilter/Siblings.h"
 
-namespace lfx {
+namespace catalogue {
 
 namespace {
 
@@ -20,39 +20,39 @@ thread_local ThreadError t_error;
 
 }  // namespace
 
-QuietSink::QuietSink() : previous_(liblog_SetGException(this)) {}
+ReportSink::ReportSink() : previous_(liblog_SetGException(this)) {}
 
-QuietSink::~QuietSink() {
+ReportSink::~ReportSink() {
     liblog_SetGException(previous_);
 }
 
-std::optional<std::string> QuietSink::TakeReport() {
+std::optional<std::string> ReportSink::TakeReport() {
     if (!t_error.reported) return std::nullopt;
     t_error.reported = false;
     return t_error.message;
 }
 
-const char* QuietSink::GetMessage() {
+const char* ReportSink::GetMessage() {
     return t_error.message.c_str();
 }
 
-const char* QuietSink::GetFile() {
+const char* ReportSink::GetFile() {
     return t_error.file.c_str();
 }
 
-unsigned QuietSink::GetLine() {
+unsigned ReportSink::GetLine() {
     return t_error.line;
 }
 
-void QuietSink::SetError(const char* msg, unsigned line, const char* file) {
+void ReportSink::SetError(const char* msg, unsigned line, const char* file) {
     SetErrorCode(0, msg, line, file);
 }
 
-bool QuietSink::HasError() {
+bool ReportSink::HasError() {
     return t_error.set;
 }
 
-void QuietSink::Report(IException* error) {
+void ReportSink::Report(IException* error) {
     if (error != nullptr && error != this) {
         const char* msg = error->GetMessage();
         const char* file = error->GetFile();
@@ -65,11 +65,11 @@ void QuietSink::Report(IException* error) {
     t_error.reported = true;
 }
 
-void QuietSink::Clear() {
+void ReportSink::Clear() {
     t_error = ThreadError{};
 }
 
-void QuietSink::SetErrorCode(int code, const char* msg, unsigned line, const char* file) {
+void ReportSink::SetErrorCode(int code, const char* msg, unsigned line, const char* file) {
     if (msg == nullptr) return;
     t_error.message = msg;
     t_error.line = line;
@@ -78,8 +78,8 @@ void QuietSink::SetErrorCode(int code, const char* msg, unsigned line, const cha
     t_error.set = true;
 }
 
-int QuietSink::GetCode() {
+int ReportSink::GetCode() {
     return t_error.code;
 }
 
-}  // namespace lfx
+}  // namespace catalogue
