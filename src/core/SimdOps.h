@@ -82,6 +82,18 @@ namespace MediaCore::Simd {
     static constexpr bool kByteShuffle = true;                                                  \
     ATTR static void ShuffleBytes(V& r, const V& a, const V& b) { r = P##shuffle_epi8(a, b); }  \
     ATTR static void MulAddBytes(V& r, const V& a, const V& b) { r = P##maddubs_epi16(a, b); }
+
+// Operations for gathers, fills and saturating sums. Each level also has FromBlocks, which
+// builds a vector from the 128-bit blocks block(0), block(1), ... (block 0 lowest), and
+// StoreLowHalves, which stores the low 8 bytes of each 128-bit block one after another.
+#define LF_GATHER_OPS(ATTR, P, SI)                                                               \
+    ATTR static void Splat8(V& r, uint8_t v) { r = P##set1_epi8(static_cast<char>(v)); }        \
+    /* Unsigned bytes a + b, clamped to 255. */                                                  \
+    ATTR static void AddSaturateU8(V& r, const V& a, const V& b) { r = P##adds_epu8(a, b); }    \
+    /* 64-bit lanes shifted left by n bits, n known at run time. */                              \
+    ATTR static void ShiftLeft64By(V& r, const V& a, int n) {                                    \
+        r = P##sll_epi64(a, _mm_cvtsi32_si128(n));                                               \
+    }
 // clang-format on
 
 struct Sse2 {
@@ -89,6 +101,12 @@ struct Sse2 {
     static constexpr size_t kBytes = 16;
     static constexpr bool kByteShuffle = false;
     LF_VECTOR_OPS(, _mm_, si128)
+    LF_GATHER_OPS(, _mm_, si128)
+    template <class Block>
+    static void FromBlocks(V& r, Block&& block) {
+        r = block(0);
+    }
+    static void StoreLowHalves(void* p, const V& a) { _mm_storel_epi64(static_cast<V*>(p), a); }
 };
 
 struct Avx2 {
@@ -96,6 +114,15 @@ struct Avx2 {
     static constexpr size_t kBytes = 32;
     LF_VECTOR_OPS(LF_TARGET_AVX2, _mm256_, si256)
     LF_BYTE_SHUFFLE_OPS(LF_TARGET_AVX2, _mm256_)
+    LF_GATHER_OPS(LF_TARGET_AVX2, _mm256_, si256)
+    template <class Block>
+    LF_TARGET_AVX2 static void FromBlocks(V& r, Block&& block) {
+        r = _mm256_set_m128i(block(1), block(0));
+    }
+    LF_TARGET_AVX2 static void StoreLowHalves(void* p, const V& a) {
+        _mm_storeu_si128(static_cast<__m128i*>(p),
+                         _mm256_castsi256_si128(_mm256_permute4x64_epi64(a, 0x08)));
+    }
 };
 
 // GCC 12's 512-bit shifts and unpacks start from a deliberately undefined register, which its
@@ -110,6 +137,17 @@ struct Avx512 {
     static constexpr size_t kBytes = 64;
     LF_VECTOR_OPS(LF_TARGET_AVX512, _mm512_, si512)
     LF_BYTE_SHUFFLE_OPS(LF_TARGET_AVX512, _mm512_)
+    LF_GATHER_OPS(LF_TARGET_AVX512, _mm512_, si512)
+    template <class Block>
+    LF_TARGET_AVX512 static void FromBlocks(V& r, Block&& block) {
+        r = _mm512_inserti64x4(_mm512_zextsi256_si512(_mm256_set_m128i(block(1), block(0))),
+                               _mm256_set_m128i(block(3), block(2)), 1);
+    }
+    LF_TARGET_AVX512 static void StoreLowHalves(void* p, const V& a) {
+        const V even = _mm512_setr_epi64(0, 2, 4, 6, 0, 2, 4, 6);
+        _mm256_storeu_si256(static_cast<__m256i*>(p),
+                            _mm512_castsi512_si256(_mm512_permutexvar_epi64(even, a)));
+    }
 };
 #if !defined(__clang__)
 #pragma GCC diagnostic pop
@@ -117,6 +155,7 @@ struct Avx512 {
 
 #undef LF_VECTOR_OPS
 #undef LF_BYTE_SHUFFLE_OPS
+#undef LF_GATHER_OPS
 
 template <class K, class... Args>
 LF_KERNEL_SSE2 void RunSse2(Args... args) {
