@@ -88,6 +88,10 @@ namespace MediaCore::Simd {
 // StoreLowHalves, which stores the low 8 bytes of each 128-bit block one after another.
 #define LF_GATHER_OPS(ATTR, P, SI)                                                               \
     ATTR static void Splat8(V& r, uint8_t v) { r = P##set1_epi8(static_cast<char>(v)); }        \
+    /* Bytes of a where mask is set, of b elsewhere. */                                          \
+    ATTR static void Select(V& r, const V& mask, const V& a, const V& b) {                       \
+        r = P##or_##SI(P##and_##SI(mask, a), P##andnot_##SI(mask, b));                           \
+    }                                                                                            \
     /* Unsigned bytes a + b, clamped to 255. */                                                  \
     ATTR static void AddSaturateU8(V& r, const V& a, const V& b) { r = P##adds_epu8(a, b); }    \
     /* 64-bit lanes shifted left by n bits, n known at run time. */                              \
