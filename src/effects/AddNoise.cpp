@@ -85,14 +85,21 @@ struct GrainBytes {
     }
 };
 
-// A pixel's three entries spread to blue, green, red, 0: by a byte shuffle of twelve entries a
-// 128-bit block (the loads may reach into the pattern's slack), or by hand without one.
-// Byte 4k + c of each 128-bit block takes entry 3k + 2 - c; the top bit of 0xFF gives 0.
-alignas(64) constexpr uint8_t kSpreadEntries[64] = {
-    2, 1, 0, 0xFF, 5,  4,  3, 0xFF, 8, 7, 6, 0xFF, 11, 10, 9, 0xFF, 2, 1, 0, 0xFF, 5,  4,  3, 0xFF,
-    8, 7, 6, 0xFF, 11, 10, 9, 0xFF, 2, 1, 0, 0xFF, 5,  4,  3, 0xFF, 8, 7, 6, 0xFF, 11, 10, 9, 0xFF,
-    2, 1, 0, 0xFF, 5,  4,  3, 0xFF, 8, 7, 6, 0xFF, 11, 10, 9, 0xFF};
+// Byte 4k + c of a 128-bit block takes entry 3k + 2 - c; the top bit of 0xFF gives 0.
+alignas(16) constexpr uint8_t kSpreadEntries[16] = {2, 1, 0, 0xFF, 5,  4,  3, 0xFF,
+                                                    8, 7, 6, 0xFF, 11, 10, 9, 0xFF};
 
+// Two pixels' entries as blue, green, red, 0 each: a pixel's three entries reversed, from a
+// 4-byte load (which may reach into the next pixel's entries or the pattern's slack).
+inline uint64_t PixelPair(const uint8_t* noise) {
+    uint32_t entries[2];
+    std::memcpy(entries, noise, 4);
+    std::memcpy(entries + 1, noise + 3, 4);
+    return __builtin_bswap32(entries[0]) >> 8 | uint64_t{__builtin_bswap32(entries[1]) >> 8} << 32;
+}
+
+// A pixel's three entries spread to blue, green, red, 0: by a byte shuffle of twelve entries a
+// 128-bit block (the loads may reach into the pattern's slack), or word by word without one.
 struct GrainPixels {
     template <class I>
     static void Run(uint8_t* p, size_t bytes, const uint8_t* noise, uint32_t gain) {
@@ -101,8 +108,9 @@ struct GrainPixels {
         V g, alpha, spread;
         I::Splat16(g, static_cast<int>(gain));
         I::Splat32(alpha, 0xFF000000u);
-        I::Load(spread, kSpreadEntries);
-        alignas(16) uint8_t entries[16] = {};
+        I::FromBlocks(spread, [](size_t) {
+            return _mm_load_si128(reinterpret_cast<const __m128i*>(kSpreadEntries));
+        });
         size_t i = 0;
         for (; i + I::kBytes <= bytes; i += I::kBytes, noise += I::kBytes / 4 * 3) {
             V n, v, r;
@@ -112,12 +120,10 @@ struct GrainPixels {
                 });
                 I::ShuffleBytes(n, n, spread);
             } else {
-                for (int k = 0; k < 4; ++k) {
-                    entries[4 * k] = noise[3 * k + 2];
-                    entries[4 * k + 1] = noise[3 * k + 1];
-                    entries[4 * k + 2] = noise[3 * k];
-                }
-                I::Load(n, entries);
+                I::FromBlocks(n, [&](size_t) {
+                    return _mm_set_epi64x(static_cast<long long>(PixelPair(noise + 6)),
+                                          static_cast<long long>(PixelPair(noise)));
+                });
             }
             I::Load(v, p + i);
             GrainVector<I>(r, v, n, g);
