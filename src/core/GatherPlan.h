@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <vector>
 
 #include "core/SimdOps.h"
@@ -65,7 +66,7 @@ inline __m128i GatherElements(const uint8_t* src, const uint32_t* source, unsign
     if (unit == 4) {
         for (unsigned j = 0; j < 4; ++j) {
             uint32_t pixel;
-            __builtin_memcpy(&pixel, src + size_t{source[j]} * 4, 4);
+            std::memcpy(&pixel, src + size_t{source[j]} * 4, 4);
             half[j / 2] |= uint64_t{pixel} << (32 * (j % 2));
         }
     } else {
