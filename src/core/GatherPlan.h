@@ -14,6 +14,9 @@
 
 #include "core/SimdOps.h"
 
+// Internal to the library: none of it is exported.
+#pragma GCC visibility push(hidden)
+
 namespace MediaCore {
 
 struct GatherPlan {
@@ -80,3 +83,5 @@ inline __m128i GatherElements(const uint8_t* src, const uint32_t* source, unsign
 #endif
 
 }  // namespace MediaCore
+
+#pragma GCC visibility pop

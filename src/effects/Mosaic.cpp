@@ -58,6 +58,10 @@ uint32_t LoadUnit(const uint8_t* p, unsigned logUnit) {
     return v;
 }
 
+// The bytes of a 128-bit block by their place in it.
+alignas(16) constexpr uint8_t kBlockBytes[16] = {0, 1, 2,  3,  4,  5,  6,  7,
+                                                 8, 9, 10, 11, 12, 13, 14, 15};
+
 // Spreads each block's first unit over its block, for blocks narrower than a vector: with a
 // byte shuffle inside 128-bit blocks (byte j takes byte j & keep), else inside 64-bit lanes by
 // keeping the first units and doubling them by shifts.
@@ -66,18 +70,18 @@ class Spread {
 public:
     Spread(unsigned logBlock, unsigned logUnit) : from_(8u << logUnit), to_(8u << logBlock) {
         if constexpr (I::kByteShuffle) {
-            const unsigned keep = ~((1u << logBlock) - 1) | ((1u << logUnit) - 1);
-            uint8_t index[I::kBytes];
-            for (unsigned j = 0; j < I::kBytes; ++j)
-                index[j] = static_cast<uint8_t>(j & 15 & keep);
-            I::Load(pattern_, index);
+            typename I::V keep;
+            I::Splat8(keep, static_cast<uint8_t>(~((1u << logBlock) - 1) | ((1u << logUnit) - 1)));
+            I::FromBlocks(pattern_, [](size_t) {
+                return _mm_load_si128(reinterpret_cast<const __m128i*>(kBlockBytes));
+            });
+            I::And(pattern_, pattern_, keep);
         } else {
-            uint64_t first[I::kBytes / 8] = {};
+            uint64_t first = 0;
             for (unsigned k = 0; k < 64; k += to_)
-                first[0] |= (~0ull >> (64 - from_)) << k;
-            for (uint64_t& word : first)
-                word = first[0];
-            I::Load(pattern_, first);
+                first |= (~0ull >> (64 - from_)) << k;
+            I::FromBlocks(pattern_,
+                          [&](size_t) { return _mm_set1_epi64x(static_cast<long long>(first)); });
         }
     }
     void operator()(typename I::V& r, const typename I::V& a) const {
