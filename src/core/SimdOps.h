@@ -95,6 +95,21 @@ namespace MediaCore::Simd {
 #define LF_COMPARE_OPS(ATTR, P)                                                                  \
     ATTR static void CmpEq8(V& r, const V& a, const V& b) { r = P##cmpeq_epi8(a, b); }          \
     ATTR static void CmpGt32(V& r, const V& a, const V& b) { r = P##cmpgt_epi32(a, b); }
+
+// Operations for gathers, fills and saturating sums. Each level also has FromBlocks, which
+// builds a vector from the 128-bit blocks block(0), block(1), ... (block 0 lowest), and
+// StoreLowHalves, which stores the low 8 bytes of each 128-bit block one after another.
+#define LF_GATHER_OPS(ATTR, P, SI)                                                               \
+    /* Bytes of a where mask is set, of b elsewhere. */                                          \
+    ATTR static void Select(V& r, const V& mask, const V& a, const V& b) {                       \
+        r = P##or_##SI(P##and_##SI(mask, a), P##andnot_##SI(mask, b));                           \
+    }                                                                                            \
+    /* Unsigned bytes a + b, clamped to 255. */                                                  \
+    ATTR static void AddSaturateU8(V& r, const V& a, const V& b) { r = P##adds_epu8(a, b); }    \
+    /* 64-bit lanes shifted left by n bits, n known at run time. */                              \
+    ATTR static void ShiftLeft64By(V& r, const V& a, int n) {                                    \
+        r = P##sll_epi64(a, _mm_cvtsi32_si128(n));                                               \
+    }
 // clang-format on
 
 struct Sse2 {
@@ -132,6 +147,12 @@ struct Sse2 {
     }
     LF_VECTOR_OPS(, _mm_, si128)
     LF_COMPARE_OPS(, _mm_)
+    LF_GATHER_OPS(, _mm_, si128)
+    template <class Block>
+    static void FromBlocks(V& r, Block&& block) {
+        r = block(0);
+    }
+    static void StoreLowHalves(void* p, const V& a) { _mm_storel_epi64(static_cast<V*>(p), a); }
 };
 
 struct Avx2 {
@@ -179,6 +200,15 @@ struct Avx2 {
     LF_VECTOR_OPS(LF_TARGET_AVX2, _mm256_, si256)
     LF_COMPARE_OPS(LF_TARGET_AVX2, _mm256_)
     LF_BYTE_SHUFFLE_OPS(LF_TARGET_AVX2, _mm256_)
+    LF_GATHER_OPS(LF_TARGET_AVX2, _mm256_, si256)
+    template <class Block>
+    LF_TARGET_AVX2 static void FromBlocks(V& r, Block&& block) {
+        r = _mm256_set_m128i(block(1), block(0));
+    }
+    LF_TARGET_AVX2 static void StoreLowHalves(void* p, const V& a) {
+        _mm_storeu_si128(static_cast<__m128i*>(p),
+                         _mm256_castsi256_si128(_mm256_permute4x64_epi64(a, 0x08)));
+    }
 };
 
 // GCC 12's 512-bit shifts and unpacks start from a deliberately undefined register, which its
@@ -210,6 +240,17 @@ struct Avx512 {
     }
     LF_VECTOR_OPS(LF_TARGET_AVX512, _mm512_, si512)
     LF_BYTE_SHUFFLE_OPS(LF_TARGET_AVX512, _mm512_)
+    LF_GATHER_OPS(LF_TARGET_AVX512, _mm512_, si512)
+    template <class Block>
+    LF_TARGET_AVX512 static void FromBlocks(V& r, Block&& block) {
+        r = _mm512_inserti64x4(_mm512_zextsi256_si512(_mm256_set_m128i(block(1), block(0))),
+                               _mm256_set_m128i(block(3), block(2)), 1);
+    }
+    LF_TARGET_AVX512 static void StoreLowHalves(void* p, const V& a) {
+        const V even = _mm512_setr_epi64(0, 2, 4, 6, 0, 2, 4, 6);
+        _mm256_storeu_si256(static_cast<__m256i*>(p),
+                            _mm512_castsi512_si256(_mm512_permutexvar_epi64(even, a)));
+    }
 };
 #if !defined(__clang__)
 #pragma GCC diagnostic pop
@@ -223,6 +264,7 @@ struct Avx512 {
 inline void StreamFence() {
     _mm_sfence();
 }
+#undef LF_GATHER_OPS
 
 template <class K, class... Args>
 LF_KERNEL_SSE2 void RunSse2(Args... args) {

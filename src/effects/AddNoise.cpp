@@ -7,12 +7,8 @@
 #include "core/Described.h"
 #include "core/NoiseRandom.h"
 #include "core/Planes.h"
-#include "core/Simd.h"
+#include "core/SimdOps.h"
 #include "libfilter/DirectEffects.h"
-
-#if LF_X86_64
-#include <immintrin.h>
-#endif
 
 namespace MediaCore {
 
@@ -53,102 +49,107 @@ void GrainPixelsScalar(uint8_t* p, size_t bytes, const uint8_t* noise, uint32_t 
 constexpr uint32_t kVectorGainLimit = 32768;
 
 // Odd bytes sit in the high half of a 16-bit lane, even bytes are moved there, so no
-// unpacking is needed; min then adds_epu8 gives min(255, t + noise).
-inline __m128i GrainVector(__m128i v, __m128i noise, __m128i gain) {
-    const __m128i top = _mm_set1_epi16(255);
-    const __m128i even = _mm_min_epi16(_mm_mulhi_epu16(_mm_slli_epi16(v, 8), gain), top);
-    const __m128i odd =
-        _mm_min_epi16(_mm_mulhi_epu16(_mm_and_si128(v, _mm_set1_epi16(-256)), gain), top);
-    return _mm_adds_epu8(_mm_or_si128(even, _mm_slli_epi16(odd, 8)), noise);
+// unpacking is needed; min then a saturating add gives min(255, t + noise).
+template <class I>
+inline void GrainVector(typename I::V& r, const typename I::V& v, const typename I::V& noise,
+                        const typename I::V& gain) {
+    typename I::V top, odd;
+    I::Splat16(top, 255);
+    I::Splat16(odd, -256);
+    I::And(odd, v, odd);
+    I::MulHiU16(odd, odd, gain);
+    I::Min16(odd, odd, top);
+    I::template ShiftLeft16<8>(odd, odd);
+    I::template ShiftLeft16<8>(r, v);
+    I::MulHiU16(r, r, gain);
+    I::Min16(r, r, top);
+    I::Or(r, r, odd);
+    I::AddSaturateU8(r, r, noise);
 }
 
-LF_TARGET_AVX2 inline __m256i GrainVector(__m256i v, __m256i noise, __m256i gain) {
-    const __m256i top = _mm256_set1_epi16(255);
-    const __m256i even = _mm256_min_epi16(_mm256_mulhi_epu16(_mm256_slli_epi16(v, 8), gain), top);
-    const __m256i odd = _mm256_min_epi16(
-        _mm256_mulhi_epu16(_mm256_and_si256(v, _mm256_set1_epi16(-256)), gain), top);
-    return _mm256_adds_epu8(_mm256_or_si256(even, _mm256_slli_epi16(odd, 8)), noise);
-}
-
-void GrainBytesSse2(uint8_t* p, size_t bytes, const uint8_t* noise, uint32_t gain) {
-    if (gain >= kVectorGainLimit) return GrainBytesScalar(p, bytes, noise, gain);
-    const __m128i g = _mm_set1_epi16(static_cast<short>(gain));
-    size_t i = 0;
-    for (; i + 16 <= bytes; i += 16) {
-        auto* q = reinterpret_cast<__m128i*>(p + i);
-        const __m128i n = _mm_loadu_si128(reinterpret_cast<const __m128i*>(noise + i));
-        _mm_storeu_si128(q, GrainVector(_mm_loadu_si128(q), n, g));
-    }
-    GrainBytesScalar(p + i, bytes - i, noise + i, gain);
-}
-
-// Without a byte shuffle, four pixels' entries are laid out as blue, green, red, 0 by hand.
-void GrainPixelsSse2(uint8_t* p, size_t bytes, const uint8_t* noise, uint32_t gain) {
-    if (gain >= kVectorGainLimit) return GrainPixelsScalar(p, bytes, noise, gain);
-    const __m128i g = _mm_set1_epi16(static_cast<short>(gain));
-    const __m128i alpha = _mm_set1_epi32(static_cast<int>(0xFF000000u));
-    alignas(16) uint8_t spread[16] = {};
-    size_t i = 0;
-    for (; i + 16 <= bytes; i += 16, noise += 12) {
-        for (int k = 0; k < 4; ++k) {
-            spread[4 * k] = noise[3 * k + 2];
-            spread[4 * k + 1] = noise[3 * k + 1];
-            spread[4 * k + 2] = noise[3 * k];
+struct GrainBytes {
+    template <class I>
+    static void Run(uint8_t* p, size_t bytes, const uint8_t* noise, uint32_t gain) {
+        if (gain >= kVectorGainLimit) return GrainBytesScalar(p, bytes, noise, gain);
+        typename I::V g;
+        I::Splat16(g, static_cast<int>(gain));
+        size_t i = 0;
+        for (; i + I::kBytes <= bytes; i += I::kBytes) {
+            typename I::V v, n;
+            I::Load(v, p + i);
+            I::Load(n, noise + i);
+            GrainVector<I>(v, v, n, g);
+            I::Store(p + i, v);
         }
-        auto* q = reinterpret_cast<__m128i*>(p + i);
-        const __m128i v = _mm_loadu_si128(q);
-        const __m128i r = GrainVector(v, _mm_load_si128(reinterpret_cast<__m128i*>(spread)), g);
-        _mm_storeu_si128(q, _mm_or_si128(_mm_and_si128(alpha, v), _mm_andnot_si128(alpha, r)));
+        GrainBytesScalar(p + i, bytes - i, noise + i, gain);
     }
-    GrainPixelsScalar(p + i, bytes - i, noise, gain);
+};
+
+// Byte 4k + c of a 128-bit block takes entry 3k + 2 - c; the top bit of 0xFF gives 0.
+alignas(16) constexpr uint8_t kSpreadEntries[16] = {2, 1, 0, 0xFF, 5,  4,  3, 0xFF,
+                                                    8, 7, 6, 0xFF, 11, 10, 9, 0xFF};
+
+// Two pixels' entries as blue, green, red, 0 each: a pixel's three entries reversed, from a
+// 4-byte load (which may reach into the next pixel's entries or the pattern's slack).
+inline uint64_t PixelPair(const uint8_t* noise) {
+    uint32_t entries[2];
+    std::memcpy(entries, noise, 4);
+    std::memcpy(entries + 1, noise + 3, 4);
+    return __builtin_bswap32(entries[0]) >> 8 | uint64_t{__builtin_bswap32(entries[1]) >> 8} << 32;
 }
 
-LF_TARGET_AVX2 void GrainBytesAvx2(uint8_t* p, size_t bytes, const uint8_t* noise, uint32_t gain) {
-    if (gain >= kVectorGainLimit) return GrainBytesScalar(p, bytes, noise, gain);
-    const __m256i g = _mm256_set1_epi16(static_cast<short>(gain));
-    size_t i = 0;
-    for (; i + 32 <= bytes; i += 32) {
-        auto* q = reinterpret_cast<__m256i*>(p + i);
-        const __m256i n = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(noise + i));
-        _mm256_storeu_si256(q, GrainVector(_mm256_loadu_si256(q), n, g));
+// A pixel's three entries spread to blue, green, red, 0: by a byte shuffle of twelve entries a
+// 128-bit block (the loads may reach into the pattern's slack), or word by word without one.
+struct GrainPixels {
+    template <class I>
+    static void Run(uint8_t* p, size_t bytes, const uint8_t* noise, uint32_t gain) {
+        if (gain >= kVectorGainLimit) return GrainPixelsScalar(p, bytes, noise, gain);
+        using V = typename I::V;
+        V g, alpha, spread;
+        I::Splat16(g, static_cast<int>(gain));
+        I::Splat32(alpha, 0xFF000000u);
+        I::FromBlocks(spread, [](size_t) {
+            return _mm_load_si128(reinterpret_cast<const __m128i*>(kSpreadEntries));
+        });
+        size_t i = 0;
+        for (; i + I::kBytes <= bytes; i += I::kBytes, noise += I::kBytes / 4 * 3) {
+            V n, v, r;
+            if constexpr (I::kByteShuffle) {
+                I::FromBlocks(n, [&](size_t k) {
+                    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(noise + 12 * k));
+                });
+                I::ShuffleBytes(n, n, spread);
+            } else {
+                I::FromBlocks(n, [&](size_t) {
+                    return _mm_set_epi64x(static_cast<long long>(PixelPair(noise + 6)),
+                                          static_cast<long long>(PixelPair(noise)));
+                });
+            }
+            I::Load(v, p + i);
+            GrainVector<I>(r, v, n, g);
+            I::Select(r, alpha, v, r);
+            I::Store(p + i, r);
+        }
+        GrainPixelsScalar(p + i, bytes - i, noise, gain);
     }
-    GrainBytesSse2(p + i, bytes - i, noise + i, gain);
-}
-
-// Eight pixels take 24 entries: twelve a 128-bit lane, spread by a byte shuffle (the loads
-// may reach into the pattern's slack).
-LF_TARGET_AVX2 void GrainPixelsAvx2(uint8_t* p, size_t bytes, const uint8_t* noise, uint32_t gain) {
-    if (gain >= kVectorGainLimit) return GrainPixelsScalar(p, bytes, noise, gain);
-    const __m256i g = _mm256_set1_epi16(static_cast<short>(gain));
-    const __m256i alpha = _mm256_set1_epi32(static_cast<int>(0xFF000000u));
-    const __m256i spread = _mm256_setr_epi8(2, 1, 0, -1, 5, 4, 3, -1, 8, 7, 6, -1, 11, 10, 9, -1, 2,
-                                            1, 0, -1, 5, 4, 3, -1, 8, 7, 6, -1, 11, 10, 9, -1);
-    size_t i = 0;
-    for (; i + 32 <= bytes; i += 32, noise += 24) {
-        const __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i*>(noise));
-        const __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i*>(noise + 12));
-        const __m256i n = _mm256_shuffle_epi8(_mm256_set_m128i(hi, lo), spread);
-        auto* q = reinterpret_cast<__m256i*>(p + i);
-        const __m256i v = _mm256_loadu_si256(q);
-        _mm256_storeu_si256(q, _mm256_blendv_epi8(GrainVector(v, n, g), v, alpha));
-    }
-    GrainPixelsSse2(p + i, bytes - i, noise, gain);
-}
+};
 #endif
 
 constexpr Simd::Variant<GrainSpanFn> kGrainBytes[] = {
     {Simd::kScalar, GrainBytesScalar},
 #if LF_X86_64
-    {Simd::kSse2, GrainBytesSse2},
-    {Simd::kAvx2, GrainBytesAvx2},
+    {Simd::kSse2, Simd::RunSse2<GrainBytes>},
+    {Simd::kAvx2, Simd::RunAvx2<GrainBytes>},
+    {Simd::kAvx512, Simd::RunAvx512<GrainBytes>},
 #endif
 };
 
 constexpr Simd::Variant<GrainSpanFn> kGrainPixels[] = {
     {Simd::kScalar, GrainPixelsScalar},
 #if LF_X86_64
-    {Simd::kSse2, GrainPixelsSse2},
-    {Simd::kAvx2, GrainPixelsAvx2},
+    {Simd::kSse2, Simd::RunSse2<GrainPixels>},
+    {Simd::kAvx2, Simd::RunAvx2<GrainPixels>},
+    {Simd::kAvx512, Simd::RunAvx512<GrainPixels>},
 #endif
 };
 

@@ -1,18 +1,14 @@
 // Mirage: blends the frame with a copy of itself magnified about its centre.
 #include <algorithm>
-#include <cstring>
 #include <optional>
 #include <vector>
 
 #include "core/Described.h"
+#include "core/GatherPlan.h"
 #include "core/Planes.h"
 #include "core/SimdOps.h"
 #include "libfilter/DirectEffects.h"
 #include "libfilter/Siblings.h"
-
-#if LF_X86_64
-#include <immintrin.h>
-#endif
 
 namespace MediaCore {
 
@@ -26,36 +22,12 @@ struct Blend {
     unsigned repeat;
 };
 
-constexpr uint32_t kNoBlock = UINT32_MAX;
-
-// Where each sample of a destination row takes its magnified value from: the source element
-// of each destination element, and the same grouped in 16-byte blocks for byte-shuffle
-// gathers (a block's first source byte and the 16 offsets from it, or kNoBlock where the
-// block's sources do not fit one 16-byte load inside the source row).
-struct GatherMap {
-    unsigned elementSize;  // 1 for plane samples, 4 for BGRA pixels
-    std::vector<uint32_t> source;
-    std::vector<uint32_t> blockStart;
-    std::vector<uint8_t> blockShuffle;
-};
-
-GatherMap GatherMapOf(std::vector<uint32_t> source, unsigned elementSize, size_t sourceBytes) {
-    GatherMap map{elementSize, std::move(source), {}, {}};
-    const unsigned perBlock = 16 / elementSize;
-    const size_t blocks = map.source.size() / perBlock;
-    map.blockStart.assign(blocks, kNoBlock);
-    map.blockShuffle.assign(blocks * 16, 0);
-    for (size_t b = 0; b < blocks; ++b) {
-        const uint32_t* s = &map.source[b * perBlock];
-        bool fits = size_t{s[0]} * elementSize + 16 <= sourceBytes;
-        for (unsigned j = 0; j < perBlock && fits; ++j) {
-            fits = s[j] >= s[0] && (s[j] - s[0] + 1) * elementSize <= 16;
-            for (unsigned c = 0; c < elementSize && fits; ++c)
-                map.blockShuffle[b * 16 + j * elementSize + c] = (s[j] - s[0]) * elementSize + c;
-        }
-        if (fits) map.blockStart[b] = s[0] * elementSize;
-    }
-    return map;
+// Where each sample of a destination row takes its magnified value from.
+GatherPlan GatherPlanOf(std::vector<uint32_t> source, unsigned elementSize, size_t sourceElements) {
+    GatherPlan plan;
+    plan.source = std::move(source);
+    plan.Plan(elementSize, 16, sourceElements);
+    return plan;
 }
 
 // The scalar rule: every sample starts from its magnified value and takes `repeat` blend
@@ -80,32 +52,14 @@ void BlendSamples(uint8_t* dst, const uint8_t* original, const uint8_t* magnifie
 
 // One row: `count` elements of `dst` from the original row and the magnified source row.
 using MirageRowFn = void (*)(uint8_t* dst, const uint8_t* original, const uint8_t* magnified,
-                             const GatherMap& map, unsigned count, const Blend& blend);
+                             const GatherPlan& plan, unsigned count, const Blend& blend);
 
 void MirageRowScalar(uint8_t* dst, const uint8_t* original, const uint8_t* magnified,
-                     const GatherMap& map, unsigned count, const Blend& blend) {
-    BlendSamples(dst, original, magnified, map.source.data(), count, map.elementSize, blend);
+                     const GatherPlan& plan, unsigned count, const Blend& blend) {
+    BlendSamples(dst, original, magnified, plan.source.data(), count, plan.unit, blend);
 }
 
 #if LF_X86_64
-// Gathers 16 bytes of magnified values element by element into two 64-bit halves, which
-// avoids storing bytes to memory only to load them back as one vector.
-inline __m128i GatherElements(const uint8_t* magnified, const uint32_t* source,
-                              unsigned elementSize) {
-    uint64_t half[2] = {0, 0};
-    if (elementSize == 4) {
-        for (unsigned j = 0; j < 4; ++j) {
-            uint32_t pixel;
-            std::memcpy(&pixel, magnified + size_t{source[j]} * 4, 4);
-            half[j / 2] |= uint64_t{pixel} << (32 * (j % 2));
-        }
-    } else {
-        for (unsigned j = 0; j < 16; ++j)
-            half[j / 8] |= uint64_t{magnified[source[j]]} << (8 * (j % 8));
-    }
-    return _mm_set_epi64x(static_cast<long long>(half[1]), static_cast<long long>(half[0]));
-}
-
 // Blend steps in 16-bit lanes: both products and their sum stay below 65536. Lanes set in
 // `keepMagnified` keep the magnified byte.
 template <class I>
@@ -136,109 +90,42 @@ inline void BlendVector(typename I::V& r, const typename I::V& original,
     I::Or(r, r, zero);
 }
 
-// Without a byte shuffle the magnified values are gathered element by element.
-LF_KERNEL_SSE2 void MirageRowSse2(uint8_t* dst, const uint8_t* original, const uint8_t* magnified,
-                                  const GatherMap& map, unsigned count, const Blend& blend) {
-    const unsigned e = map.elementSize;
-    const size_t bytes = size_t{count} * e;
-    const __m128i keepMagnified =
-        e == 4 ? _mm_set1_epi32(static_cast<int>(0xFF000000u)) : _mm_setzero_si128();
-    size_t i = 0;
-    for (; i + 16 <= bytes; i += 16) {
-        const __m128i o = _mm_loadu_si128(reinterpret_cast<const __m128i*>(original + i));
-        const __m128i z = GatherElements(magnified, &map.source[i / e], e);
-        __m128i out;
-        BlendVector<Simd::Sse2>(out, o, z, blend, keepMagnified);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i), out);
-    }
-    BlendSamples(dst + i, original + i, magnified, &map.source[i / e], count - i / e, e, blend);
-}
-
-// Two 16-byte blocks at a time, each gathered by one load and a byte shuffle.
-LF_KERNEL_AVX2 void MirageRowAvx2(uint8_t* dst, const uint8_t* original, const uint8_t* magnified,
-                                  const GatherMap& map, unsigned count, const Blend& blend) {
-    const unsigned e = map.elementSize;
-    const size_t bytes = size_t{count} * e;
-    const __m256i keepMagnified =
-        e == 4 ? _mm256_set1_epi32(static_cast<int>(0xFF000000u)) : _mm256_setzero_si256();
-    size_t i = 0;
-    for (; i + 32 <= bytes; i += 32) {
-        const size_t b = i / 16;
-        __m256i z;
-        if (map.blockStart[b] != kNoBlock && map.blockStart[b + 1] != kNoBlock) {
-            const __m128i lo =
-                _mm_loadu_si128(reinterpret_cast<const __m128i*>(magnified + map.blockStart[b]));
-            const __m128i hi = _mm_loadu_si128(
-                reinterpret_cast<const __m128i*>(magnified + map.blockStart[b + 1]));
-            const __m256i shuffle =
-                _mm256_loadu_si256(reinterpret_cast<const __m256i*>(&map.blockShuffle[b * 16]));
-            z = _mm256_shuffle_epi8(_mm256_set_m128i(hi, lo), shuffle);
-        } else {
-            z = _mm256_set_m128i(GatherElements(magnified, &map.source[(i + 16) / e], e),
-                                 GatherElements(magnified, &map.source[i / e], e));
+// The magnified values come by one load and a byte shuffle for each 16-byte block the plan
+// has, element by element otherwise (and always without a byte shuffle). AVX-512's twice the
+// lanes keep the blend steps' chain of multiplies busy.
+struct MirageRow {
+    template <class I>
+    static void Run(uint8_t* dst, const uint8_t* original, const uint8_t* magnified,
+                    const GatherPlan& plan, unsigned count, const Blend& blend) {
+        using V = typename I::V;
+        const unsigned e = plan.unit;
+        const size_t bytes = size_t{count} * e;
+        V keepMagnified;
+        I::Splat32(keepMagnified, e == 4 ? 0xFF000000u : 0);
+        size_t i = 0;
+        for (; i + I::kBytes <= bytes; i += I::kBytes) {
+            V z, o, out;
+            if (!Simd::GatherBlocks<I>(z, magnified, plan, i / 16)) {
+                I::FromBlocks(z, [&](size_t k) {
+                    return Simd::GatherElements(magnified, &plan.source[(i + 16 * k) / e], e);
+                });
+            }
+            I::Load(o, original + i);
+            BlendVector<I>(out, o, z, blend, keepMagnified);
+            I::Store(dst + i, out);
         }
-        const __m256i o = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(original + i));
-        __m256i out;
-        BlendVector<Simd::Avx2>(out, o, z, blend, keepMagnified);
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + i), out);
+        BlendSamples(dst + i, original + i, magnified, &plan.source[i / e], count - i / e, e,
+                     blend);
     }
-    BlendSamples(dst + i, original + i, magnified, &map.source[i / e], count - i / e, e, blend);
-}
-
-// GCC 12's 512-bit inserts start from a deliberately undefined register, which its
-// uninitialised-use checks mistake for a fault.
-#if !defined(__clang__)
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#endif
-// Four 16-byte blocks at a time, as the AVX2 form; twice the lanes keep the blend steps' chain
-// of multiplies busy.
-LF_KERNEL_AVX512 void MirageRowAvx512(uint8_t* dst, const uint8_t* original,
-                                      const uint8_t* magnified, const GatherMap& map,
-                                      unsigned count, const Blend& blend) {
-    const unsigned e = map.elementSize;
-    const size_t bytes = size_t{count} * e;
-    const __m512i keepMagnified =
-        e == 4 ? _mm512_set1_epi32(static_cast<int>(0xFF000000u)) : _mm512_setzero_si512();
-    auto block = [&](size_t b) {
-        return _mm_loadu_si128(reinterpret_cast<const __m128i*>(magnified + map.blockStart[b]));
-    };
-    size_t i = 0;
-    for (; i + 64 <= bytes; i += 64) {
-        const size_t b = i / 16;
-        __m512i z;
-        if (map.blockStart[b] != kNoBlock && map.blockStart[b + 1] != kNoBlock &&
-            map.blockStart[b + 2] != kNoBlock && map.blockStart[b + 3] != kNoBlock) {
-            const __m512i shuffle =
-                _mm512_loadu_si512(reinterpret_cast<const __m512i*>(&map.blockShuffle[b * 16]));
-            z = _mm512_inserti64x4(_mm512_zextsi256_si512(_mm256_set_m128i(block(b + 1), block(b))),
-                                   _mm256_set_m128i(block(b + 3), block(b + 2)), 1);
-            z = _mm512_shuffle_epi8(z, shuffle);
-        } else {
-            auto gather = [&](size_t k) {
-                return GatherElements(magnified, &map.source[(i + 16 * k) / e], e);
-            };
-            z = _mm512_inserti64x4(_mm512_zextsi256_si512(_mm256_set_m128i(gather(1), gather(0))),
-                                   _mm256_set_m128i(gather(3), gather(2)), 1);
-        }
-        const __m512i o = _mm512_loadu_si512(reinterpret_cast<const __m512i*>(original + i));
-        __m512i out;
-        BlendVector<Simd::Avx512>(out, o, z, blend, keepMagnified);
-        _mm512_storeu_si512(reinterpret_cast<__m512i*>(dst + i), out);
-    }
-    BlendSamples(dst + i, original + i, magnified, &map.source[i / e], count - i / e, e, blend);
-}
-#if !defined(__clang__)
-#pragma GCC diagnostic pop
-#endif
+};
 #endif
 
 constexpr Simd::Variant<MirageRowFn> kMirageRow[] = {
     {Simd::kScalar, MirageRowScalar},
 #if LF_X86_64
-    {Simd::kSse2, MirageRowSse2},
-    {Simd::kAvx2, MirageRowAvx2},
-    {Simd::kAvx512, MirageRowAvx512},
+    {Simd::kSse2, Simd::RunSse2<MirageRow>},
+    {Simd::kAvx2, Simd::RunAvx2<MirageRow>},
+    {Simd::kAvx512, Simd::RunAvx512<MirageRow>},
 #endif
 };
 
@@ -300,7 +187,7 @@ void BlendChroma(const Plane& dst, const uint8_t* src, const std::vector<uint32_
                  MirageRowFn blendRow) {
     const ChromaAxis columns = ChromaAxisOf(xs, h, dst.rowBytes);
     const ChromaAxis rows = ChromaAxisOf(ys, v, dst.rows);
-    const GatherMap map = GatherMapOf(columns.source, 1, dst.rowBytes);
+    const GatherPlan map = GatherPlanOf(columns.source, 1, dst.rowBytes);
     unsigned uniform = 0;
     while (uniform < dst.rowBytes && columns.cover[uniform] == 1u << h)
         ++uniform;
@@ -369,7 +256,7 @@ void CMirageVideoImageEffect::MirageRgba32Effect(unsigned char* dst, unsigned ch
     const std::optional<Magnifier> m = MagnifierOf(width_, alpha_);
     if (!m) return;
     const std::vector<uint32_t> ys = Positions(*m, rows);
-    const GatherMap columns = GatherMapOf(Positions(*m, width), 4, size_t{width} * 4);
+    const GatherPlan columns = GatherPlanOf(Positions(*m, width), 4, width);
     if (ys.empty() || columns.source.empty()) return;
     const MirageRowFn blendRow = Simd::Pick(kMirageRow);
     for (unsigned y = 0; y < rows; ++y) {
@@ -387,7 +274,7 @@ void CMirageVideoImageEffect::MirageComponentEffect(unsigned char** dst, unsigne
     const std::vector<uint32_t> ys = Positions(*m, rows[0]);
     if (xs.empty() || ys.empty()) return;
     const MirageRowFn blendRow = Simd::Pick(kMirageRow);
-    const GatherMap luma = GatherMapOf(xs, 1, width[0]);
+    const GatherPlan luma = GatherPlanOf(xs, 1, width[0]);
     for (unsigned y = 0; y < rows[0]; ++y) {
         blendRow(dst[0] + size_t{y} * strides[0], src[0] + size_t{y} * strides[0],
                  src[0] + size_t{ys[y]} * strides[0], luma, width[0], m->blend);

@@ -12,12 +12,8 @@
 
 #include "core/Described.h"
 #include "core/Planes.h"
-#include "core/Simd.h"
+#include "core/SimdOps.h"
 #include "libfilter/Siblings.h"
-
-#if LF_X86_64
-#include <immintrin.h>
-#endif
 
 namespace MediaCore {
 
@@ -52,33 +48,7 @@ void FillChromaScalar(uint8_t* dst, const uint8_t* src, size_t bytes, unsigned l
 
 #if LF_X86_64
 // Which bytes of each 4 a chroma stride of 1, 2 or 4 writes.
-constexpr int kStrideBytes[] = {-1, 0x00FF00FF, 0x000000FF};
-
-// Spreads each block's first unit over its block inside 64-bit lanes (blocks of at most 8
-// bytes): keeps the first units and doubles them by shifts.
-class SpreadSse2 {
-public:
-    SpreadSse2(unsigned logBlock, unsigned logUnit) : from_(8u << logUnit), to_(8u << logBlock) {
-        uint64_t first = 0;
-        for (unsigned k = 0; k < 64; k += to_)
-            first |= (~0ull >> (64 - from_)) << k;
-        first_ = _mm_set1_epi64x(static_cast<long long>(first));
-    }
-    __m128i operator()(__m128i x) const {
-        __m128i t = _mm_and_si128(x, first_);
-        for (unsigned s = from_; s < to_; s <<= 1)
-            t = _mm_or_si128(t, _mm_sll_epi64(t, _mm_cvtsi32_si128(static_cast<int>(s))));
-        return t;
-    }
-
-private:
-    unsigned from_, to_;
-    __m128i first_;
-};
-
-inline __m128i BlendSse2(__m128i mask, __m128i a, __m128i b) {
-    return _mm_or_si128(_mm_and_si128(mask, a), _mm_andnot_si128(mask, b));
-}
+constexpr uint32_t kStrideBytes[] = {0xFFFFFFFF, 0x00FF00FF, 0x000000FF};
 
 // A block's first unit repeated over 32 bits: a pixel, or a sample four times.
 uint32_t LoadUnit(const uint8_t* p, unsigned logUnit) {
@@ -88,118 +58,123 @@ uint32_t LoadUnit(const uint8_t* p, unsigned logUnit) {
     return v;
 }
 
-void FillBlocksSse2(uint8_t* p, size_t bytes, unsigned logBlock, unsigned logUnit) {
-    const size_t block = size_t{1} << logBlock;
-    size_t i = 0;
-    if (block <= 8) {
-        const SpreadSse2 spread(logBlock, logUnit);
-        for (; i + 16 <= bytes; i += 16) {
-            auto* q = reinterpret_cast<__m128i*>(p + i);
-            _mm_storeu_si128(q, spread(_mm_loadu_si128(q)));
-        }
-    } else {
-        for (; i + block <= bytes; i += block) {
-            const __m128i v = _mm_set1_epi32(static_cast<int>(LoadUnit(p + i, logUnit)));
-            for (size_t k = 0; k < block; k += 16)
-                _mm_storeu_si128(reinterpret_cast<__m128i*>(p + i + k), v);
+// The bytes of a 128-bit block by their place in it.
+alignas(16) constexpr uint8_t kBlockBytes[16] = {0, 1, 2,  3,  4,  5,  6,  7,
+                                                 8, 9, 10, 11, 12, 13, 14, 15};
+
+// Spreads each block's first unit over its block, for blocks narrower than a vector: with a
+// byte shuffle inside 128-bit blocks (byte j takes byte j & keep), else inside 64-bit lanes by
+// keeping the first units and doubling them by shifts.
+template <class I>
+class Spread {
+public:
+    Spread(unsigned logBlock, unsigned logUnit) : from_(8u << logUnit), to_(8u << logBlock) {
+        if constexpr (I::kByteShuffle) {
+            typename I::V keep;
+            I::Splat8(keep, static_cast<uint8_t>(~((1u << logBlock) - 1) | ((1u << logUnit) - 1)));
+            I::FromBlocks(pattern_, [](size_t) {
+                return _mm_load_si128(reinterpret_cast<const __m128i*>(kBlockBytes));
+            });
+            I::And(pattern_, pattern_, keep);
+        } else {
+            uint64_t first = 0;
+            for (unsigned k = 0; k < 64; k += to_)
+                first |= (~0ull >> (64 - from_)) << k;
+            I::FromBlocks(pattern_,
+                          [&](size_t) { return _mm_set1_epi64x(static_cast<long long>(first)); });
         }
     }
-    FillBlocksScalar(p + i, bytes - i, logBlock, logUnit);
-}
+    void operator()(typename I::V& r, const typename I::V& a) const {
+        if constexpr (I::kByteShuffle) {
+            I::ShuffleBytes(r, a, pattern_);
+        } else {
+            I::And(r, a, pattern_);
+            for (unsigned s = from_; s < to_; s <<= 1) {
+                typename I::V t;
+                I::ShiftLeft64By(t, r, static_cast<int>(s));
+                I::Or(r, r, t);
+            }
+        }
+    }
 
-void FillChromaSse2(uint8_t* dst, const uint8_t* src, size_t bytes, unsigned logBlock,
+private:
+    unsigned from_, to_;
+    typename I::V pattern_;
+};
+
+// Blocks narrower than a vector are spread in place, wider ones filled with their first unit.
+// AVX-512 has no form: a 32-byte block is neither.
+struct FillBlocks {
+    template <class I>
+    static void Run(uint8_t* p, size_t bytes, unsigned logBlock, unsigned logUnit) {
+        const size_t block = size_t{1} << logBlock;
+        size_t i = 0;
+        if (block < I::kBytes) {
+            const Spread<I> spread(logBlock, logUnit);
+            for (; i + I::kBytes <= bytes; i += I::kBytes) {
+                typename I::V v;
+                I::Load(v, p + i);
+                spread(v, v);
+                I::Store(p + i, v);
+            }
+        } else {
+            for (; i + block <= bytes; i += block) {
+                typename I::V v;
+                I::Splat32(v, LoadUnit(p + i, logUnit));
+                for (size_t k = 0; k < block; k += I::kBytes)
+                    I::Store(p + i + k, v);
+            }
+        }
+        FillBlocksScalar(p + i, bytes - i, logBlock, logUnit);
+    }
+};
+
+// The same for thinned chroma, where the stride's bytes are written and the others kept.
+struct FillChroma {
+    template <class I>
+    static void Run(uint8_t* dst, const uint8_t* src, size_t bytes, unsigned logBlock,
                     unsigned logStride) {
-    const size_t block = size_t{1} << logBlock;
-    const __m128i write = _mm_set1_epi32(kStrideBytes[logStride]);
-    size_t i = 0;
-    if (block <= 8) {
-        const SpreadSse2 spread(logBlock, 0);
-        for (; i + 16 <= bytes; i += 16) {
-            auto* q = reinterpret_cast<__m128i*>(dst + i);
-            const __m128i v = spread(_mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i)));
-            _mm_storeu_si128(q, BlendSse2(write, v, _mm_loadu_si128(q)));
-        }
-    } else {
-        for (; i + block <= bytes; i += block) {
-            const __m128i v = _mm_set1_epi8(static_cast<char>(src[i]));
-            for (size_t k = 0; k < block; k += 16) {
-                auto* q = reinterpret_cast<__m128i*>(dst + i + k);
-                _mm_storeu_si128(q, BlendSse2(write, v, _mm_loadu_si128(q)));
+        const size_t block = size_t{1} << logBlock;
+        typename I::V write, v, old;
+        I::Splat32(write, kStrideBytes[logStride]);
+        size_t i = 0;
+        if (block < I::kBytes) {
+            const Spread<I> spread(logBlock, 0);
+            for (; i + I::kBytes <= bytes; i += I::kBytes) {
+                I::Load(v, src + i);
+                spread(v, v);
+                I::Load(old, dst + i);
+                I::Select(v, write, v, old);
+                I::Store(dst + i, v);
+            }
+        } else {
+            for (; i + block <= bytes; i += block) {
+                I::Splat8(v, src[i]);
+                for (size_t k = 0; k < block; k += I::kBytes) {
+                    I::Load(old, dst + i + k);
+                    I::Select(old, write, v, old);
+                    I::Store(dst + i + k, old);
+                }
             }
         }
+        FillChromaScalar(dst + i, src + i, bytes - i, logBlock, logStride);
     }
-    FillChromaScalar(dst + i, src + i, bytes - i, logBlock, logStride);
-}
-
-// Byte shuffle that spreads each block's first unit inside 16-byte lanes (blocks of at most
-// 16 bytes): byte j of a lane takes byte j & keep.
-LF_TARGET_AVX2 __m256i SpreadIndexAvx2(unsigned logBlock, unsigned logUnit) {
-    const int keep = ~((1 << logBlock) - 1) | ((1 << logUnit) - 1);
-    const __m256i lane = _mm256_setr_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 0,
-                                          1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
-    return _mm256_and_si256(lane, _mm256_set1_epi8(static_cast<char>(keep)));
-}
-
-LF_TARGET_AVX2 void FillBlocksAvx2(uint8_t* p, size_t bytes, unsigned logBlock, unsigned logUnit) {
-    const size_t block = size_t{1} << logBlock;
-    size_t i = 0;
-    if (block <= 16) {
-        const __m256i index = SpreadIndexAvx2(logBlock, logUnit);
-        for (; i + 32 <= bytes; i += 32) {
-            auto* q = reinterpret_cast<__m256i*>(p + i);
-            _mm256_storeu_si256(q, _mm256_shuffle_epi8(_mm256_loadu_si256(q), index));
-        }
-    } else {
-        for (; i + block <= bytes; i += block) {
-            const __m256i v = _mm256_set1_epi32(static_cast<int>(LoadUnit(p + i, logUnit)));
-            for (size_t k = 0; k < block; k += 32)
-                _mm256_storeu_si256(reinterpret_cast<__m256i*>(p + i + k), v);
-        }
-    }
-    _mm256_zeroupper();  // the SSE2 form finishes without the AVX-SSE switch penalty
-    FillBlocksSse2(p + i, bytes - i, logBlock, logUnit);
-}
-
-LF_TARGET_AVX2 void FillChromaAvx2(uint8_t* dst, const uint8_t* src, size_t bytes,
-                                   unsigned logBlock, unsigned logStride) {
-    const size_t block = size_t{1} << logBlock;
-    const __m256i write = _mm256_set1_epi32(kStrideBytes[logStride]);
-    size_t i = 0;
-    if (block <= 16) {
-        const __m256i index = SpreadIndexAvx2(logBlock, 0);
-        for (; i + 32 <= bytes; i += 32) {
-            auto* q = reinterpret_cast<__m256i*>(dst + i);
-            const __m256i s = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + i));
-            const __m256i v = _mm256_shuffle_epi8(s, index);
-            _mm256_storeu_si256(q, _mm256_blendv_epi8(_mm256_loadu_si256(q), v, write));
-        }
-    } else {
-        for (; i + block <= bytes; i += block) {
-            const __m256i v = _mm256_set1_epi8(static_cast<char>(src[i]));
-            for (size_t k = 0; k < block; k += 32) {
-                auto* q = reinterpret_cast<__m256i*>(dst + i + k);
-                _mm256_storeu_si256(q, _mm256_blendv_epi8(_mm256_loadu_si256(q), v, write));
-            }
-        }
-    }
-    _mm256_zeroupper();
-    FillChromaSse2(dst + i, src + i, bytes - i, logBlock, logStride);
-}
+};
 #endif
 
 constexpr Simd::Variant<FillBlocksFn> kFillBlocks[] = {
     {Simd::kScalar, FillBlocksScalar},
 #if LF_X86_64
-    {Simd::kSse2, FillBlocksSse2},
-    {Simd::kAvx2, FillBlocksAvx2},
+    {Simd::kSse2, Simd::RunSse2<FillBlocks>},
+    {Simd::kAvx2, Simd::RunAvx2<FillBlocks>},
 #endif
 };
 
 constexpr Simd::Variant<FillChromaFn> kFillChroma[] = {
     {Simd::kScalar, FillChromaScalar},
 #if LF_X86_64
-    {Simd::kSse2, FillChromaSse2},
-    {Simd::kAvx2, FillChromaAvx2},
+    {Simd::kSse2, Simd::RunSse2<FillChroma>},
+    {Simd::kAvx2, Simd::RunAvx2<FillChroma>},
 #endif
 };
 

@@ -6,13 +6,9 @@
 
 #include "base/ErrorReport.h"
 #include "core/Described.h"
+#include "core/GatherPlan.h"
 #include "core/Planes.h"
-#include "core/Simd.h"
 #include "libfilter/Stereo3D.h"
-
-#if LF_X86_64
-#include <immintrin.h>
-#endif
 
 namespace MediaCore {
 
@@ -22,27 +18,18 @@ constexpr const char kFile[] = "2DTo3D.cpp";
 
 // Which source element each element of an output row shows, for one plane: the view formula
 // trunc(x * ratio) + offset, kept inside the source row. Every row of a plane uses the same
-// columns, so they are worked out once per geometry. For the vector form each block of 16 (or
-// 8) output bytes also gets the first source byte it reads and the byte offsets of its elements
-// from there, when they lie within 16 bytes.
+// columns, so they are planned once per geometry.
 struct ColumnMap {
-    static constexpr uint32_t kByRule = UINT32_MAX;  // block the rule does element by element
-
-    unsigned count = 0;  // elements in an output row
-    unsigned unit = 0;   // bytes an element
-    unsigned blockBytes = 16;
-    std::vector<uint32_t> index;
-    std::vector<uint32_t> blockStart;
-    std::vector<uint8_t> blockShuffle;
+    GatherPlan plan;
 
     // A view row: element x shows trunc(x * ratio) + offset.
     void BuildView(unsigned elements, unsigned bytes, double ratio, unsigned offset,
                    unsigned source) {
         if (!Rebuild({0, elements, bytes, source, offset, 0, ratio})) return;
-        index.resize(elements);
+        plan.source.resize(elements);
         for (unsigned x = 0; x < elements; ++x)
-            index[x] = Column(x, ratio, offset, source);
-        Plan(bytes, 16, source);
+            plan.source[x] = Column(x, ratio, offset, source);
+        plan.Plan(bytes, 16, source);
     }
 
     // A side-by-side row made straight from the frame: every second column of the first view,
@@ -52,12 +39,12 @@ struct ColumnMap {
         if (!Rebuild({1, elements, bytes, room, firstOffset, secondOffset, ratio})) return;
         const unsigned half = (elements + 1) / 2;
         const unsigned second = std::min(half, room > half ? room - half : 0);
-        index.resize(size_t{half} + second);
+        plan.source.resize(size_t{half} + second);
         for (unsigned c = 0; c < half; ++c)
-            index[c] = Column(2 * c, ratio, firstOffset, elements);
+            plan.source[c] = Column(2 * c, ratio, firstOffset, elements);
         for (unsigned c = 0; c < second; ++c)
-            index[half + c] = Column(2 * c, ratio, secondOffset, elements);
-        Plan(bytes, 8, elements);  // neighbours differ by up to 2 columns
+            plan.source[half + c] = Column(2 * c, ratio, secondOffset, elements);
+        plan.Plan(bytes, 8, elements);  // neighbours differ by up to 2 columns
     }
 
 private:
@@ -84,99 +71,45 @@ private:
         return true;
     }
 
-    void Plan(unsigned bytes, unsigned block, unsigned source) {
-        count = static_cast<unsigned>(index.size());
-        unit = bytes;
-        blockBytes = block;
-        const unsigned perBlock = block / unit;
-        const unsigned blocks = count / perBlock;
-        blockStart.assign(blocks, kByRule);
-        blockShuffle.assign(size_t{blocks} * 16, 0);
-        for (unsigned b = 0; b < blocks; ++b) {
-            const uint32_t* columns = &index[size_t{b} * perBlock];
-            const uint64_t first = *std::min_element(columns, columns + perBlock);
-            const uint64_t last = *std::max_element(columns, columns + perBlock);
-            if ((last - first + 1) * unit > 16 || first * unit + 16 > uint64_t{source} * unit) {
-                continue;
-            }
-            blockStart[b] = static_cast<uint32_t>(first * unit);
-            for (unsigned j = 0; j < perBlock; ++j) {
-                for (unsigned k = 0; k < unit; ++k) {
-                    blockShuffle[size_t{b} * 16 + j * unit + k] =
-                        static_cast<uint8_t>((columns[j] - first) * unit + k);
-                }
-            }
-        }
-    }
-
     Key key_{};
     bool built_ = false;
 };
 
-using GatherFn = void (*)(uint8_t* dst, const uint8_t* src, const ColumnMap& map);
+using GatherFn = void (*)(uint8_t* dst, const uint8_t* src, const GatherPlan& plan);
 
-// Scalar rule: view element x = source element index[x].
-void GatherScalarRange(uint8_t* dst, const uint8_t* src, const ColumnMap& map, unsigned begin,
-                       unsigned end) {
-    if (map.unit == 1) {
-        for (unsigned x = begin; x < end; ++x)
-            dst[x] = src[map.index[x]];
-        return;
-    }
-    for (unsigned x = begin; x < end; ++x)
-        std::memcpy(dst + size_t{x} * 4, src + size_t{map.index[x]} * 4, 4);
-}
-
-void GatherScalar(uint8_t* dst, const uint8_t* src, const ColumnMap& map) {
-    GatherScalarRange(dst, src, map, 0, map.count);
+void GatherScalar(uint8_t* dst, const uint8_t* src, const GatherPlan& plan) {
+    plan.Gather(dst, src, 0, plan.Count());
 }
 
 #if LF_X86_64
-// One load and one byte shuffle per block. Blocks of 8 bytes go in pairs, one to each 128-bit
-// lane, and leave as one 16-byte store.
-LF_TARGET_AVX2 void GatherAvx2(uint8_t* dst, const uint8_t* src, const ColumnMap& map) {
-    const unsigned perBlock = map.blockBytes / map.unit;
-    const auto blocks = static_cast<unsigned>(map.blockStart.size());
-    unsigned b = 0;
-    for (; map.blockBytes == 8 && b + 2 <= blocks; b += 2) {
-        const uint32_t first = map.blockStart[b], second = map.blockStart[b + 1];
-        if (first == ColumnMap::kByRule || second == ColumnMap::kByRule) {
-            GatherScalarRange(dst, src, map, b * perBlock, (b + 2) * perBlock);
-            continue;
+// One load and one byte shuffle per block, a vector's worth of blocks at a time. Blocks of 8
+// bytes leave from the low half of each 128-bit block.
+struct GatherRow {
+    template <class I>
+    static void Run(uint8_t* dst, const uint8_t* src, const GatherPlan& plan) {
+        constexpr size_t n = I::kBytes / 16;
+        const size_t perBlock = plan.PerBlock(), blocks = plan.blockStart.size();
+        size_t b = 0;
+        for (; b + n <= blocks; b += n) {
+            typename I::V v;
+            if (!Simd::GatherBlocks<I>(v, src, plan, b)) {
+                plan.Gather(dst, src, b * perBlock, (b + n) * perBlock);
+            } else if (plan.blockBytes == 16) {
+                I::Store(dst + b * 16, v);
+            } else {
+                I::StoreLowHalves(dst + b * 8, v);
+            }
         }
-        const __m256i pixels = _mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(src + second),
-                                                   reinterpret_cast<const __m128i*>(src + first));
-        const __m256i order =
-            _mm256_loadu_si256(reinterpret_cast<const __m256i*>(&map.blockShuffle[size_t{b} * 16]));
-        const __m256i picked = _mm256_permute4x64_epi64(_mm256_shuffle_epi8(pixels, order), 0x08);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + size_t{b} * 8),
-                         _mm256_castsi256_si128(picked));
+        plan.Gather(dst, src, b * perBlock, plan.Count());
     }
-    for (; b < blocks; ++b) {
-        const uint32_t start = map.blockStart[b];
-        if (start == ColumnMap::kByRule) {
-            GatherScalarRange(dst, src, map, b * perBlock, (b + 1) * perBlock);
-            continue;
-        }
-        const __m128i pixels = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + start));
-        const __m128i order =
-            _mm_loadu_si128(reinterpret_cast<const __m128i*>(&map.blockShuffle[size_t{b} * 16]));
-        const __m128i picked = _mm_shuffle_epi8(pixels, order);
-        auto* out = reinterpret_cast<__m128i*>(dst + size_t{b} * map.blockBytes);
-        if (map.blockBytes == 16) {
-            _mm_storeu_si128(out, picked);
-        } else {
-            _mm_storel_epi64(out, picked);
-        }
-    }
-    GatherScalarRange(dst, src, map, blocks * perBlock, map.count);
-}
+};
 #endif
 
 constexpr Simd::Variant<GatherFn> kGather[] = {
     {Simd::kScalar, GatherScalar},
 #if LF_X86_64
-    {Simd::kAvx2, GatherAvx2},
+    {Simd::kAvx2, Simd::RunAvx2<GatherRow>},
+    {Simd::kAvx512, Simd::RunAvx512<GatherRow>},
 #endif
 };
 
@@ -189,7 +122,7 @@ void SynthesisePlane(const Plane& view, const Plane& source, ColumnMap& map, uns
     const GatherFn gather = Simd::Pick(kGather);
     const unsigned rows = std::min(view.rows, source.rows);
     for (unsigned y = 0; y < rows; ++y)
-        gather(view.Row(y), source.Row(y), map);
+        gather(view.Row(y), source.Row(y), map.plan);
 }
 
 // Side by side straight from the frame: each row is copied aside, then gathered back through
@@ -201,7 +134,7 @@ void SideBySideFromFrame(const Plane& p, unsigned unit, double ratio, unsigned f
     row.resize(p.rowBytes);
     for (unsigned y = 0; y < p.rows; ++y) {
         std::memcpy(row.data(), p.Row(y), p.rowBytes);
-        gather(p.Row(y), row.data(), map);
+        gather(p.Row(y), row.data(), map.plan);
     }
 }
 
@@ -221,14 +154,14 @@ void TopBottomFromFrame(const Plane& p, const ColumnMap& top, const ColumnMap& b
         return y < half ? &saved[y / 2 * bytes] : p.Row(y);
     };
     for (unsigned k = 0; k < half; ++k)
-        gather(p.Row(k), source(2 * k), top);
+        gather(p.Row(k), source(2 * k), top.plan);
     for (unsigned k = p.rows - half; k-- > 0;) {
         const uint8_t* from = source(2 * k);
         if (2 * k == half + k) {
             row.assign(from, from + bytes);
             from = row.data();
         }
-        gather(p.Row(half + k), from, bottom);
+        gather(p.Row(half + k), from, bottom.plan);
     }
 }
 
