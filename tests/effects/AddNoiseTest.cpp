@@ -140,20 +140,22 @@ struct FreshGrain : CAddNoiseVideoImageEffect {
     }
 };
 
-TEST(AddNoise, MatchesTheModelAndScalarRulesAtEveryShift) {
+TEST(AddNoise, MatchesTheRuleAndScalarRulesAtEveryShift) {
     // The default shift; shift -1 (no noise, gain 20); shift 32 (all 15 bits of noise, gain
     // 680); a gain that saturates alone; one past the vector forms' gain limit.
     for (const char* level : {"4", "13", "-20", "-1000", "-1700"}) {
         FreshGrain effect(level, 5);
-        auto model = [&](GVideoFrame& frame) {
+        auto* video = static_cast<GVideoProcessor*>(&effect);
+        EXPECT_EQ(FirstShapeDiffering(video, KernelShapes({30, 0, 35, 90})), "") << level;
+        for (int format : {30, 0}) {
+            TestImage image({format, 37, 3, 2}, 6), expected({format, 37, 3, 2}, 6);
+            ImagePostion position{};
+            video->ProcFrameInPlace(&position, 0, &image.Frame());
             GrainModel grain(5, 12 - std::atoi(level));
-            grain.Process(frame);
-            grain.Process(frame);
-        };
-        EXPECT_EQ(FirstShapeDiffering(static_cast<GVideoProcessor*>(&effect),
-                                      KernelShapes({30, 0, 35, 90}), model),
-                  "")
-            << level;
+            grain.Process(expected.Frame());
+            grain.Process(expected.Frame());
+            EXPECT_EQ(image.Snapshot(), expected.Snapshot()) << level;
+        }
     }
 }
 

@@ -5,7 +5,6 @@
 #include "core/PlaneCopy.h"
 #include "libfilter/Siblings.h"
 #include "libfilter/libfilter.h"
-#include "stereo/StereoModel.h"
 #include "support/TestConverter.h"
 #include "support/TestFrame.h"
 
