@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <functional>
 
 #include "libfilter/MosaicEffect.h"
 #include "libfilter/libfilter.h"

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 #include <map>
+#include <tuple>
 
 #include "core/Planes.h"
 #include "core/Simd.h"
@@ -177,44 +178,6 @@ TEST(StereoRender, VectorFormsMatchTheRule) {
     }
 }
 
-// The vector forms' 16-bit sums against the rule over every input. Only the remainders a colour
-// divides by 256 need a range (the rest wraps exactly), and each meets every value here: the
-// right view's chroma samples carry every (U, V) pair, each pair 64 samples holding all 256 lumas,
-// and the left view's (Y, V) follow from them. A colour off by 256 would move the luma written.
-TEST(StereoRender, RedBlueVectorFormsOverEveryInput) {
-    constexpr unsigned kSize = 4096, kHalf = kSize / 2;
-    TestImage l({0, kSize, kSize}, 1), r({0, kSize, kSize}, 2), o({0, kSize, kSize}, 3);
-    for (unsigned y = 0; y < kSize; ++y) {
-        uint8_t *right = r.Row(0, y), *left = l.Row(0, y);
-        for (unsigned x = 0; x < kSize; ++x) {
-            right[x] = static_cast<uint8_t>(4 * (x / 2 % 64) + x % 2 + 2 * (y % 2));
-            left[x] = static_cast<uint8_t>(255 - right[x]);
-        }
-    }
-    for (unsigned cy = 0; cy < kHalf; ++cy) {
-        for (unsigned cx = 0; cx < kHalf; ++cx) {
-            const unsigned pair = (cy * kHalf + cx) / 64;
-            r.Row(1, cy)[cx] = static_cast<uint8_t>(pair >> 8);
-            r.Row(2, cy)[cx] = static_cast<uint8_t>(pair);
-            l.Row(2, cy)[cx] = static_cast<uint8_t>((pair >> 8) ^ pair);
-        }
-    }
-    C3DRender renderer(nullptr);
-    renderer.SetRenderMode(TYPE3D_RED_BLUE);
-    std::vector<uint8_t> rule;
-    for (int level = Simd::kScalar; level <= Simd::HostLevel(); ++level) {
-        for (unsigned i = 0; i < 3; ++i) {
-            for (unsigned y = 0; y < o.Rows(i); ++y)
-                std::memset(o.Row(i, y), 0x5A, o.RowBytes(i));
-        }
-        Simd::SetLevelLimit(static_cast<Simd::Level>(level));
-        renderer.Render(&l.Frame(), &r.Frame(), &o.Frame());
-        Simd::SetLevelLimit(Simd::kAvx512);
-        if (level == Simd::kScalar) rule = o.Snapshot();
-        ASSERT_TRUE(o.Snapshot() == rule) << "level " << level;
-    }
-}
-
 TEST(StereoRender, HeldOutputAndConverter) {
     TestController host;
     C3DRender renderer(&host);
@@ -229,11 +192,9 @@ TEST(StereoRender, HeldOutputAndConverter) {
     EXPECT_EQ(first->GetTimeStamp(), 9);
     // The right view is converted at every call by the one converter made for the first pair.
     ASSERT_EQ(host.requests.size(), 1u);
-    EXPECT_EQ(host.requests[0].format, 0);
-    EXPECT_EQ(host.requests[0].width, 0u);
-    EXPECT_EQ(host.requests[0].height, 0u);
-    EXPECT_EQ(host.requests[0].option, 0);
-    EXPECT_EQ(host.converts, 2);
+    const auto& asked = host.requests[0];
+    EXPECT_EQ(std::make_tuple(asked.format, asked.width, asked.height, asked.option, host.converts),
+              std::make_tuple(0, 0u, 0u, 0, 2));
     // Modes that write nothing give the output back as it was.
     TestImage o({0, 8, 4}, 3);
     const auto before = o.Snapshot();
