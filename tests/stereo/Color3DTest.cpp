@@ -75,6 +75,14 @@ TEST(ColourStereo, FlatPicturesStayAndOthersChange) {
             }
         }
     }
+    // Side by side is not the anaglyph's to draw: the frame stays as it was.
+    TestController host;
+    C2DToColor3D colour(&host);
+    colour.SetProperty(TYPE3D_SIDE_BY_SIDE, 60);
+    TestImage image({30, 37, 5, 2}, 8);
+    const auto before = image.Snapshot();
+    EXPECT_TRUE(colour.ProcFrameInner(nullptr, 0, &image.Frame()));
+    EXPECT_EQ(image.Snapshot(), before);
 }
 
 TEST(ColourStereo, ConvertersAreKeptUntilWidthOrFormatChange) {
