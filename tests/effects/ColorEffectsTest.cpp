@@ -1,11 +1,10 @@
-// Gray, flip colour, invert and aged film: worked values, a plain model of each compared on
-// random frames of every format, vector forms against the scalar rule, untouched bytes.
+// Gray, flip colour, invert and aged film: worked values, what each does to planar frames,
+// vector forms against the scalar rule, untouched bytes.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
 
-#include "core/Planes.h"
 #include "libfilter/libfilter.h"
 #include "support/TestFrame.h"
 
@@ -16,64 +15,11 @@ namespace {
 
 const std::vector<int> kSupported = {0, 4, 6, 7, 12, 13, 35, 90, PIXFMT_BGRA32};
 
-// ---- Plain models, walking each plane as the frame describes it ----
-
-template <class Fn>
-void EachRow(GVideoFrame* frame, unsigned plane, Fn&& fn) {
-    const Plane p = GetPlane(frame, plane);
-    for (unsigned y = 0; p.data != nullptr && y < p.rows; ++y)
-        fn(p.Row(y), p, y);
-}
-// Chroma fills cover each row's padding too.
-void FillChroma(GVideoFrame* frame, uint8_t u, uint8_t v) {
-    EachRow(frame, 1,
-            [&](uint8_t* row, const Plane& p, unsigned) { std::fill_n(row, p.pitch, u); });
-    EachRow(frame, 2,
-            [&](uint8_t* row, const Plane& p, unsigned) { std::fill_n(row, p.pitch, v); });
-}
-void InvertPlanes(GVideoFrame* frame) {
-    for (unsigned plane = 0; plane < 3; ++plane) {
-        EachRow(frame, plane, [](uint8_t* row, const Plane& p, unsigned) {
-            std::transform(row, row + p.rowBytes, row, [](uint8_t v) { return 255 - v; });
-        });
-    }
-}
-void ExchangeChroma(GVideoFrame* frame) {
-    const Plane v = GetPlane(frame, 2);
-    EachRow(frame, 1, [&](uint8_t* row, const Plane& u, unsigned y) {
-        std::swap_ranges(row, row + u.rowBytes, v.Row(y));
-    });
-}
-int Mean(const uint8_t* px) {
-    return (px[0] + px[1] + px[2]) / 3;
-}
-
-struct ColourEffect {
-    unsigned id;
-    void (*packed)(uint8_t* px);
-    void (*planar)(GVideoFrame* frame);
-};
-
-const ColourEffect kEffects[] = {
-    {AVPROCESSOR_GRAY, [](uint8_t* px) { px[0] = px[1] = px[2] = Mean(px); },
-     [](GVideoFrame* f) { FillChroma(f, 127, 127); }},
-    {AVPROCESSOR_FLIP_COLOR, [](uint8_t* px) { std::swap(px[0], px[2]); }, ExchangeChroma},
-    {AVPROCESSOR_INVERT, [](uint8_t* px) { px[0] = ~px[0], px[1] = ~px[1], px[2] = ~px[2]; },
-     InvertPlanes},
-    {AVPROCESSOR_AGED_FILM,
-     [](uint8_t* px) {
-         const int g = std::max(Mean(px), 35);
-         px[0] = g - 35, px[1] = g - 15, px[2] = g;
-     },
-     [](GVideoFrame* f) { FillChroma(f, 117, 136); }},
-};
-
-void RunModel(const ColourEffect& effect, GVideoFrame* frame) {
-    if (frame->GetPixelFormat() != PIXFMT_BGRA32) return effect.planar(frame);
-    EachRow(frame, 0, [&](uint8_t* row, const Plane& p, unsigned) {
-        for (unsigned x = 0; x + 4 <= p.rowBytes; x += 4)
-            effect.packed(row + x);
-    });
+std::vector<uint8_t> Plane0(TestImage& image) {
+    std::vector<uint8_t> bytes;
+    for (unsigned y = 0; y < image.Rows(0); ++y)
+        bytes.insert(bytes.end(), image.Row(0, y), image.Row(0, y) + image.Pitch(0));
+    return bytes;
 }
 
 }  // namespace
@@ -109,12 +55,37 @@ TEST(ColourEffects, WorkedPackedValues) {
     }
 }
 
-TEST(ColourEffects, MatchTheirModelsAndScalarRulesOnEveryFormat) {
-    for (const ColourEffect& model : kEffects) {
-        FactoryEffect effect(model.id);
-        auto run = [&](GVideoFrame& frame) { RunModel(model, &frame); };
-        EXPECT_EQ(FirstShapeDiffering(effect.p, KernelShapes(kSupported), run), "") << model.id;
-        EXPECT_EQ(FirstForeignFormatChanged(effect.p), "") << model.id;
+// Gray and aged film set both chroma planes, padding included, to their tint and leave luma;
+// invert and flip colour undo themselves. Vector forms give the scalar rule's bytes.
+TEST(ColourEffects, PlanarRulesAndScalarRulesOnEveryFormat) {
+    const std::pair<unsigned, std::array<int, 2>> kEffects[] = {{AVPROCESSOR_GRAY, {127, 127}},
+                                                                {AVPROCESSOR_AGED_FILM, {117, 136}},
+                                                                {AVPROCESSOR_INVERT, {-1, -1}},
+                                                                {AVPROCESSOR_FLIP_COLOR, {-1, -1}}};
+    for (const auto& [id, tint] : kEffects) {
+        FactoryEffect effect(id);
+        EXPECT_EQ(FirstShapeDiffering(effect.p, KernelShapes(kSupported)), "") << id;
+        EXPECT_EQ(FirstForeignFormatChanged(effect.p), "") << id;
+        for (const FrameShape& shape : {FrameShape{0, 7, 5, 3, true}, FrameShape{30, 5, 3, 2}}) {
+            TestImage image(shape, 4);
+            const std::vector<uint8_t> before = image.Snapshot(), luma = Plane0(image);
+            effect.Run(image.Frame());
+            EXPECT_TRUE(image.GuardsIntact());
+            if (tint[0] < 0) {
+                EXPECT_NE(image.Snapshot(), before) << id;
+                effect.Run(image.Frame());
+                EXPECT_EQ(image.Snapshot(), before) << id;
+            } else if (shape.format == 0) {
+                for (unsigned p : {1u, 2u}) {
+                    for (unsigned y = 0; y < image.Rows(p); ++y) {
+                        EXPECT_EQ(std::count(image.Row(p, y), image.Row(p, y) + image.Pitch(p),
+                                             tint[p - 1]),
+                                  image.Pitch(p));
+                    }
+                }
+                EXPECT_EQ(Plane0(image), luma);
+            }
+        }
         // A one-plane frame posing as planar YUV has no chroma to change.
         std::vector<unsigned char> luma(32, 5);
         unsigned char* planes[] = {luma.data(), luma.data()};
@@ -123,7 +94,6 @@ TEST(ColourEffects, MatchTheirModelsAndScalarRulesOnEveryFormat) {
         lone.SetBuffer(planes, pitches, nullptr);
         lone.posedFormat = PIXFMT_YUV420P;
         effect.Run(lone);
-        const uint8_t lumaNow = model.id == AVPROCESSOR_INVERT ? 250 : 5;
-        EXPECT_EQ(luma, std::vector<unsigned char>(32, lumaNow)) << model.id;
+        EXPECT_EQ(luma, std::vector<unsigned char>(32, id == AVPROCESSOR_INVERT ? 250 : 5)) << id;
     }
 }

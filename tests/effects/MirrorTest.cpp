@@ -1,10 +1,8 @@
-// Mirror: worked cases, and a plain model on random frames against the effect and its vector
-// forms.
+// Mirror: worked cases, mirrors undoing themselves on random frames, and vector forms.
 #include <gtest/gtest.h>
 
 #include <cstring>
 
-#include "core/Planes.h"
 #include "libfilter/libfilter.h"
 #include "support/TestFrame.h"
 
@@ -22,32 +20,6 @@ struct Flags {
 FactoryEffect Mirror(Flags flags) {
     return FactoryEffect(AVPROCESSOR_REVERSE,
                          {{"mirror", flags.mirror}, {"vertical", flags.vertical}});
-}
-
-// Each unit takes the unit it mirrors: (n-1-x, y), (x, H-1-y), or with both flags the point
-// reflection, except on the middle row and the middle column of odd sizes.
-void MirrorModel(GVideoFrame& frame, Flags flags) {
-    const bool h = std::string(flags.mirror) == "1", v = std::string(flags.vertical) == "1";
-    const int format = frame.GetPixelFormat();
-    const size_t unit = format == PIXFMT_BGRA32 ? 4 : 1;
-    const unsigned planes = FamilyOf(format) == FormatFamily::Other ? 0
-                            : unit == 4                             ? 1
-                                                                    : PlanarPlaneCount(format);
-    for (unsigned i = 0; i < planes; ++i) {
-        unsigned width, pitch, rows;
-        uint8_t* data = frame.GetBuffer(i, &width, &pitch, &rows);
-        const size_t n = width / unit;
-        if ((!h && !v) || (h && n < 2) || (v && (rows < 2 || n < 1))) continue;
-        const std::vector<uint8_t> was(data, data + size_t{rows} * pitch);
-        for (size_t y = 0; y < rows; ++y) {
-            for (size_t x = 0; x < n; ++x) {
-                const bool middle = (n % 2 == 1 && x == n / 2) || (rows % 2 == 1 && y == rows / 2);
-                const size_t sx = h && (!v || !middle) ? n - 1 - x : x;
-                const size_t sy = v && (!h || !middle) ? rows - 1 - y : y;
-                std::memcpy(data + y * pitch + x * unit, &was[sy * pitch + sx * unit], unit);
-            }
-        }
-    }
 }
 
 std::vector<uint8_t> Iota(size_t count) {
@@ -110,16 +82,21 @@ TEST(Mirror, WorkedCases) {
     }
 }
 
-// Only "1" turns a flag on. One-pixel frames beside the kernel shapes.
-TEST(Mirror, MatchesTheModelAndScalarRulesOnEveryFormat) {
+// Only "1" turns a flag on; any mirror undoes itself. Vector forms give the scalar rule's bytes.
+TEST(Mirror, UndoesItselfAndMatchesTheScalarRuleOnEveryFormat) {
     std::vector<FrameShape> shapes = KernelShapes(kFormats);
     for (int format : kFormats)
         shapes.push_back({format, 1, 1});
     for (Flags flags : {Flags{"1", "0"}, {"0", "1"}, {"1", "1"}, {"-1", "1"}, {"1", "2"}}) {
         FactoryEffect effect = Mirror(flags);
-        auto model = [&](GVideoFrame& frame) { MirrorModel(frame, flags); };
-        EXPECT_EQ(FirstShapeDiffering(effect.p, shapes, model), "")
-            << flags.mirror << "," << flags.vertical;
+        EXPECT_EQ(FirstShapeDiffering(effect.p, shapes), "") << flags.mirror << flags.vertical;
         EXPECT_EQ(FirstForeignFormatChanged(effect.p), "");
+        for (size_t i = 0; i < shapes.size(); i += 7) {
+            TestImage image(shapes[i], 9);
+            const std::vector<uint8_t> before = image.Snapshot();
+            effect.Run(image.Frame());
+            effect.Run(image.Frame());
+            EXPECT_EQ(image.Snapshot(), before) << ShapeName(shapes[i]) << flags.mirror;
+        }
     }
 }

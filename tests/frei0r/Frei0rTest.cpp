@@ -13,6 +13,7 @@
 #include <memory>
 #include <random>
 #include <set>
+#include <tuple>
 
 extern "C" {
 #include <frei0r.h>
@@ -156,12 +157,11 @@ TEST(Frei0rTest, PluginsDescribeThemselvesAndTheirParameters) {
         f0r_plugin_info_t info{};
         Get<decltype(f0r_get_plugin_info)>(plugin, "f0r_get_plugin_info")(&info);
         EXPECT_EQ(std::string(info.name), "libfilter_" + std::string(entry->name));
-        EXPECT_STREQ(info.author, "libfilter");
-        EXPECT_EQ(info.plugin_type, F0R_PLUGIN_TYPE_FILTER);
-        EXPECT_EQ(info.color_model, F0R_COLOR_MODEL_BGRA8888);
-        EXPECT_EQ(info.frei0r_version, FREI0R_MAJOR_VERSION);
-        EXPECT_EQ(info.major_version, LF_VERSION_MAJOR);
-        EXPECT_EQ(info.minor_version, LF_VERSION_MINOR);
+        EXPECT_EQ(std::make_tuple(std::string(info.author), info.plugin_type, info.color_model,
+                                  info.frei0r_version, info.major_version, info.minor_version),
+                  std::make_tuple(std::string("libfilter"), F0R_PLUGIN_TYPE_FILTER,
+                                  F0R_COLOR_MODEL_BGRA8888, FREI0R_MAJOR_VERSION, LF_VERSION_MAJOR,
+                                  LF_VERSION_MINOR));
         EXPECT_STREQ(info.explanation, entry->summary);
         ASSERT_EQ(info.num_params, static_cast<int>(entry->propertyCount));
         const int types[] = {F0R_PARAM_DOUBLE, F0R_PARAM_DOUBLE, F0R_PARAM_BOOL, F0R_PARAM_COLOR};
@@ -284,20 +284,11 @@ protected:
     fs::path dir_;
 };
 
-TEST_F(FfmpegTest, InvertRunsInFfmpegLikeTheLibrary) {
-    ExpectSameAsLibrary(*FindEffect("invert"), {});
-}
-
-TEST_F(FfmpegTest, FilterParamsReachTheEffectsProperties) {
-    unsigned checked = 0;
+// Every effect whose result repeats, with a value for each parameter where it has any.
+TEST_F(FfmpegTest, EveryEffectRunsInFfmpegWithItsParametersLikeTheLibrary) {
     for (const EffectDescription* entry : BuiltEffects()) {
-        const bool numbers =
-            entry->propertyCount > 0 && (entry->properties[0].kind == PropertyKind::Integer ||
-                                         entry->properties[0].kind == PropertyKind::Real);
-        if (!numbers || IsRandom(*entry)) continue;
+        if (IsRandom(*entry)) continue;
         SCOPED_TRACE(entry->name);
         ExpectSameAsLibrary(*entry, SettingsFor(*entry));
-        ++checked;
     }
-    if (checked == 0) GTEST_SKIP() << "no effect in this build has numeric parameters yet";
 }

@@ -1,9 +1,6 @@
 // libconvert: format and size round trips, channel order and range, ownership of converted
-// frames, host memory that ends at a page edge, and the rotation and stereo effects driven
-// through it on full-HD frames.
+// frames, extreme shrinks, and the rotation driven through it on full-HD frames.
 #include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -60,40 +57,6 @@ std::tuple<int, unsigned, unsigned, bool, unsigned> Facts(GVideoFrame* frame) {
     frame->GetDimension(&w, &h);
     return {frame->GetPixelFormat(), w, h, frame->IsTopDown(), frame->GetBufferCount()};
 }
-
-// Host memory for one plane that ends exactly where an inaccessible page begins.
-class EdgeFrame {
-public:
-    EdgeFrame(int format, unsigned w, unsigned h) : frame_(false, format, w, h, true) {
-        const size_t page = size_t(sysconf(_SC_PAGESIZE));
-        std::vector<unsigned char*> data;
-        std::vector<int> pitches;
-        for (unsigned i = 0; i < frame_.GetBufferCount(); ++i) {
-            const auto* plane = frame_.GetBuffer(i);
-            const size_t bytes = size_t{plane->rowBytes} * plane->rows;
-            const size_t mapped = (bytes + page - 1) / page * page + page;
-            auto* base = static_cast<unsigned char*>(
-                mmap(nullptr, mapped, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-            mprotect(base + mapped - page, page, PROT_NONE);
-            maps_.push_back({base, mapped});
-            unsigned char* start = base + mapped - page - bytes;
-            for (size_t b = 0; b < bytes; ++b)
-                start[b] = static_cast<unsigned char>(b * 7);
-            data.push_back(start);
-            pitches.push_back(static_cast<int>(plane->rowBytes));
-        }
-        frame_.SetBuffer(data.data(), pitches.data(), nullptr);
-    }
-    ~EdgeFrame() {
-        for (const auto& [base, size] : maps_)
-            munmap(base, size);
-    }
-    CVideoFrame& Frame() { return frame_; }
-
-private:
-    CVideoFrame frame_;
-    std::vector<std::pair<unsigned char*, size_t>> maps_;
-};
 
 }  // namespace
 
@@ -207,19 +170,6 @@ TEST_F(ConvertFixture, ExtremeShrinksConvert) {
     }
 }
 
-TEST_F(ConvertFixture, HostPlanesEndingAtAPageEdge) {
-    for (int format : {30, 0, 2, 35, 90, 4}) {
-        for (auto [w, h] : {std::pair<unsigned, unsigned>{1920, 1080}, {130, 66}, {8, 4}}) {
-            EdgeFrame frame(format, w, h);
-            for (int target : {0, 30, 2}) {
-                ConverterPtr same = Make(target), scaled = Make(target, w / 2 + 2, h / 3 + 2);
-                EXPECT_NE(same->Convert(&frame.Frame()), nullptr) << format << " to " << target;
-                EXPECT_NE(scaled->Convert(&frame.Frame()), nullptr) << format << " to " << target;
-            }
-        }
-    }
-}
-
 TEST_F(ConvertFixture, RotationOfFullHdThroughTheScaler) {
     // Luma bright in the top-right quarter only; a quarter turn counter-clockwise moves it to
     // the top-left of the turned picture, which stands 606 wide at column 657.
@@ -254,20 +204,4 @@ TEST_F(ConvertFixture, RotationOfFullHdThroughTheScaler) {
         EXPECT_NEAR(at(657 + 150, 810), 16, 3) << format;
         rotate->Free();
     }
-}
-
-TEST_F(ConvertFixture, StereoEffectsThroughTheConverters) {
-    GVideoProcessor* stereo = libfilter_GetFilter(controller, AVPROCESSOR_2DTO3D);
-    for (const char* type : {"1", "2", "3"}) {
-        stereo->SetProperty("type", type);
-        for (int format : {30, 0, 4, 90}) {
-            TestImage image({format, 96, 20, 2}, 5);
-            const auto before = image.Snapshot();
-            ImagePostion position{};
-            stereo->ProcFrameInPlace(&position, 0, &image.Frame());
-            EXPECT_NE(image.Snapshot(), before) << type << " " << format;
-            EXPECT_TRUE(image.GuardsIntact());
-        }
-    }
-    stereo->Free();
 }

@@ -1,12 +1,12 @@
 // 2D to 3D: properties and their quirks, the documented view columns, whole frames against the
-// views' formula and the renderer's model, attached second views, odd hosts and vector forms.
+// rendering of the effect's own views, attached second views, odd hosts and vector forms.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstring>
 
+#include "core/Planes.h"
 #include "libfilter/libfilter.h"
-#include "stereo/StereoModel.h"
 #include "support/TestConverter.h"
 #include "support/TestFrame.h"
 
@@ -37,38 +37,22 @@ struct ColumnFrame {
     TestImage image;
 };
 
-// The views by their formula (nearest lower column, the right view's source clamped to the row),
-// then the renderer's model, on a first frame.
-void Model(GVideoFrame* frame, Type3D type, unsigned depth, bool swap) {
-    unsigned w = 0, h = 0;
-    frame->GetDimension(&w, &h);
-    if (w < depth) depth = w >> 2;
-    const double ratio = static_cast<double>(w - depth) / w;
-    const int format = frame->GetPixelFormat();
-    auto view = [&](bool right) {
-        FramePtr v(frame->Clone());
-        const bool packed = format == PIXFMT_BGRA32;
-        const unsigned unit = packed ? 4 : 1;
-        for (unsigned i = 0; i < (packed ? 1u : 3u); ++i) {
-            const Plane to = GetPlane(v.get(), i), from = GetPlane(frame, i);
-            const bool halved = i > 0 && format != PIXFMT_PLANAR4_FULL;
-            const unsigned offset = right ? (halved ? depth / 2 : depth) : 0;
-            for (unsigned y = 0; y < to.rows; ++y) {
-                for (unsigned x = 0; x < to.rowBytes / unit; ++x) {
-                    const unsigned column = std::min<unsigned>(
-                        static_cast<unsigned>(x * ratio) + offset, from.rowBytes / unit - 1);
-                    std::memcpy(to.Row(y) + x * unit, from.Row(y) + column * unit, unit);
-                }
-            }
-        }
-        return v;
-    };
-    FramePtr left = view(false), right = view(true);
-    GVideoFrame* l = left.get();
-    GVideoFrame* r =
-        format == 4 || format == 6 || format == 7 || format == 13 ? frame : right.get();
-    if (swap) std::swap(l, r);
-    stereo_model::Model(type, l, r, frame);
+// The effect's work done step by step on a copy of a frame: its two views, then the renderer.
+std::vector<uint8_t> ByItsSteps(const FrameShape& shape, uint32_t seed, Type3D type,
+                                const char* depth, bool swap) {
+    TestImage image(shape, seed);
+    TestController host;
+    GVideoProcessor* effect = libfilter_GetFilter(&host, AVPROCESSOR_2DTO3D);
+    effect->SetProperty("depth", depth);
+    auto* stereo = static_cast<C2DTo3D*>(effect);
+    GVideoFrame* left = stereo->PrepareLV(&image.Frame());
+    GVideoFrame* right = stereo->PrepareRV(&image.Frame());
+    if (swap) std::swap(left, right);
+    C3DRender renderer(nullptr);
+    renderer.SetRenderMode(type);
+    renderer.Render(left, right, &image.Frame());
+    effect->Free();
+    return image.Snapshot();
 }
 
 struct StereoEffect : testing::Test {
@@ -97,17 +81,17 @@ TEST_F(StereoEffect, DepthRoundingSwapAndTheFreshType) {
         EXPECT_EQ(ColumnFrame::Column(stereo->PrepareRV(&frame.image.Frame()), 0), expected)
             << text;
     }
-    // A fresh effect renders side by side although "type" reads 1.
-    TestImage image({0, 16, 4}, 2), expected({0, 16, 4}, 2);
-    Run(image.Frame());
-    Model(&expected.Frame(), TYPE3D_SIDE_BY_SIDE, 60, false);
-    EXPECT_EQ(image.Snapshot(), expected.Snapshot());
+    // A fresh effect renders side by side although "type" reads 1; any swap but 0 swaps.
+    for (const char* swap : {"0", "5"}) {
+        GVideoProcessor* fresh = libfilter_GetFilter(&host, AVPROCESSOR_2DTO3D);
+        fresh->SetProperty("swap", swap);
+        TestImage image({0, 16, 4}, 2);
+        fresh->ProcFrameInPlace(&position, 0, &image.Frame());
+        EXPECT_EQ(image.Snapshot(),
+                  ByItsSteps({0, 16, 4}, 2, TYPE3D_SIDE_BY_SIDE, "60", *swap != '0'));
+        fresh->Free();
+    }
     EXPECT_TRUE(host.requests.empty());
-    effect->SetProperty("swap", "5");
-    TestImage swapped({0, 16, 4}, 2), swappedModel({0, 16, 4}, 2);
-    Run(swapped.Frame());
-    Model(&swappedModel.Frame(), TYPE3D_SIDE_BY_SIDE, 60, true);
-    EXPECT_EQ(swapped.Snapshot(), swappedModel.Snapshot());
 }
 
 TEST_F(StereoEffect, ViewColumnsOfTheWorkedFrames) {
@@ -126,22 +110,21 @@ TEST_F(StereoEffect, ViewColumnsOfTheWorkedFrames) {
     EXPECT_EQ(ColumnFrame::Column(stereo->PrepareLV(&narrow.image.Frame()), 79), 59u);
 }
 
-TEST_F(StereoEffect, FramesMatchTheViewsAndTheRenderer) {
+TEST_F(StereoEffect, FramesAreTheRenderingOfTheirViews) {
     for (int format : kFormats) {
         for (const char* type : {"3", "4", "0", "7"}) {
             for (const FrameShape& shape :
                  {FrameShape{format, 45, 7, 3}, FrameShape{format, 21, 6, 0, true}}) {
-                SCOPED_TRACE(testing::Message()
-                             << testing_support::ShapeName(shape) << " type " << type);
                 for (bool swap : {false, true}) {
                     GVideoProcessor* fresh = libfilter_GetFilter(&host, AVPROCESSOR_2DTO3D);
                     fresh->SetProperty("type", type);
                     fresh->SetProperty("depth", "30");
                     fresh->SetProperty("swap", swap ? "1" : "0");
-                    TestImage image(shape, 9), expected(shape, 9);
+                    TestImage image(shape, 9);
                     fresh->ProcFrameInPlace(&position, 0, &image.Frame());
-                    Model(&expected.Frame(), static_cast<Type3D>(std::atoi(type)), 30, swap);
-                    EXPECT_EQ(image.Snapshot(), expected.Snapshot()) << swap;
+                    const auto mode = static_cast<Type3D>(std::atoi(type));
+                    EXPECT_EQ(image.Snapshot(), ByItsSteps(shape, 9, mode, "30", swap))
+                        << testing_support::ShapeName(shape) << " type " << type << swap;
                     fresh->Free();
                 }
             }
@@ -154,8 +137,9 @@ TEST_F(StereoEffect, AttachedSecondViewIsRenderedDirectly) {
     TestImage image({30, 12, 6, 2}, 4), expected({30, 12, 6, 2}, 4), second({30, 12, 6}, 5);
     image.Frame().CopySubsetFrame(&second.Frame());
     Run(image.Frame());
-    auto* sub = static_cast<GVideoFrame*>(image.Frame().GetInterface("GSubVideoFrame"));
-    stereo_model::Model(TYPE3D_TOP_BOTTOM, &expected.Frame(), sub, &expected.Frame());
+    C3DRender renderer(nullptr);
+    renderer.SetRenderMode(TYPE3D_TOP_BOTTOM);
+    renderer.Render(&expected.Frame(), &second.Frame(), &expected.Frame());
     EXPECT_EQ(image.Snapshot(), expected.Snapshot());
 }
 
@@ -190,10 +174,9 @@ TEST_F(StereoEffect, OddFramesStayInsideTheirPlanes) {
         Run(image.Frame());
         EXPECT_TRUE(image.GuardsIntact()) << i;
     }
-    TestImage image({0, 64, 8}, 7), expected({0, 64, 8}, 7);
+    TestImage image({0, 64, 8}, 7);
     Run(image.Frame());
-    Model(&expected.Frame(), TYPE3D_SIDE_BY_SIDE, 40, false);
-    EXPECT_EQ(image.Snapshot(), expected.Snapshot());
+    EXPECT_EQ(image.Snapshot(), ByItsSteps({0, 64, 8}, 7, TYPE3D_SIDE_BY_SIDE, "40", false));
 }
 
 TEST_F(StereoEffect, VectorFormsMatchTheRule) {

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -101,20 +100,10 @@ struct FactoryEffect {
     MediaCore::GVideoProcessor* p;
 };
 
-// A plain statement of what an effect does to a frame, applied in place.
-using FrameModel = std::function<void(MediaCore::GVideoFrame&)>;
-
-// Runs `effect` in place on a random frame of `shape` (cropped as FirstLevelDiffering crops)
-// and `model` on an identical frame; "" when every byte agrees, padding and guards included,
-// else the first byte that differs.
-std::string ModelDiffering(MediaCore::GProcessor* effect, const FrameModel& model,
-                           const FrameShape& shape, bool crop, uint32_t seed);
-
-// Every shape, uncropped and cropped: ModelDiffering (when there is a model) and
-// FirstLevelDiffering. "" when all agree, else the first shape that differs and how.
+// Every shape, uncropped and cropped: FirstLevelDiffering. "" when all agree, else the first
+// shape that differs and how.
 std::string FirstShapeDiffering(MediaCore::GProcessor* effect,
-                                const std::vector<FrameShape>& shapes, const FrameModel& model,
-                                uint32_t seed = 1);
+                                const std::vector<FrameShape>& shapes, uint32_t seed = 1);
 
 // Runs `effect` in place on frames of formats no effect reads (frames of ours, and format
 // numbers only a host frame can answer) and names the first one it changed ("" if none).
