@@ -79,6 +79,42 @@ TEST(CatalogueTest, EveryEffectIsMadeAndReportsItselfAsDescribed) {
 
 // Hosts ask the factory for factory-made effects and construct the others; the factory refuses
 // those, and every id between that nothing describes.
+// The documented properties and defaults of the interface's effects, worked from their
+// documentation rather than read from the descriptions: a description that drifts from them
+// fails here, where the test above would follow it.
+TEST(CatalogueTest, DescriptionsCarryTheDocumentedDefaults) {
+    const std::map<unsigned, std::map<std::string, std::string>> documented = {
+        {3, {{"brightness", "0"}, {"contrast", "0"}, {"saturation", "0"}}},
+        {4, {{"mirror", "0"}, {"vertical", "0"}}},
+        {6, {{"blur_count", "1"}}},
+        {7, {{"sharpen_count", "1"}}},
+        {8, {}},
+        {9, {}},
+        {10, {}},
+        {11, {}},
+        {12, {{"emboss_level", "5"}}},
+        {13,
+         {{"mosaic_x1", "0"},
+          {"mosaic_y1", "0"},
+          {"mosaic_x2", "0"},
+          {"mosaic_y2", "0"},
+          {"mosaic_step", "3"}}},
+        {14, {{"mirage_width", "10"}, {"mirage_alpha", "10"}}},
+        {15, {{"transparency_scale", "0"}}},
+        {16, {{"filter_scope", "0"}, {"filter_color", "0"}}},
+        {17, {{"addnoise_level", "2"}}},
+        {19, {{"rotate90_angle", "0"}}},
+    };
+    for (const auto& [id, properties] : documented) {
+        const EffectDescription* effect = FindEffect(std::to_string(id));
+        ASSERT_NE(effect, nullptr) << id;
+        std::map<std::string, std::string> described;
+        for (unsigned i = 0; i < effect->propertyCount; ++i)
+            described[effect->properties[i].name] = effect->properties[i].defaultText;
+        EXPECT_EQ(described, properties) << effect->name;
+    }
+}
+
 TEST(CatalogueTest, TheFactoryServesExactlyTheFactoryMadeEffects) {
     liblog_GetReportCount();
     for (unsigned id = 0; id < 32; ++id) {
