@@ -183,6 +183,7 @@ constexpr EffectDescription kAddNoise = {AVPROCESSOR_ADD_NOISE,
                                          nullptr,
                                          0};
 LF_DESCRIBE_EFFECT(kAddNoise);
+LF_ONE_PASS_EFFECT(AVPROCESSOR_ADD_NOISE);
 
 CAddNoiseVideoImageEffect::CAddNoiseVideoImageEffect() : CImageEffectBase(AVPROCESSOR_ADD_NOISE) {}
 
