@@ -10,6 +10,25 @@ namespace MediaCore {
 namespace {
 
 thread_local OnePassCopy* t_active = nullptr;
+// A mark for each row of the pass on this thread, kept from frame to frame so that a pass
+// allocates nothing once the frame size settles. One pass runs on a thread at a time.
+struct RowMarks {
+    uint8_t* data = nullptr;
+    size_t room = 0;
+    ~RowMarks() { delete[] data; }
+    uint8_t* Cleared(size_t count) {
+        if (count > room) {
+            delete[] data;
+            data = nullptr;
+            room = 0;
+            data = new uint8_t[count];
+            room = count;
+        }
+        std::memset(data, 0, count);
+        return data;
+    }
+};
+thread_local RowMarks t_marks;
 
 // Ids of the effects that run in one pass; ids stay small.
 constexpr unsigned kIdRoom = 256;
@@ -17,19 +36,21 @@ bool g_onePassIds[kIdRoom];
 
 }  // namespace
 
-OnePassCopy::OnePassCopy(CVideoFrame& source, CVideoFrame& target) : previous_(t_active) {
-    for (unsigned i = 0;; ++i) {
-        const CVideoFrame::PlaneRecord* from = source.GetBuffer(i);
-        const CVideoFrame::PlaneRecord* to = target.GetBuffer(i);
+OnePassCopy::OnePassCopy(CVideoFrame& source, CVideoFrame& target) {
+    size_t rows = 0;
+    for (; planeCount_ < kMaxPlanes; ++planeCount_) {
+        const CVideoFrame::PlaneRecord* from = source.GetBuffer(planeCount_);
+        const CVideoFrame::PlaneRecord* to = target.GetBuffer(planeCount_);
         if (from == nullptr || to == nullptr) break;
-        planes_.push_back(
-            {to->data, from->data, to->pitch, to->rows, std::vector<uint8_t>(to->rows, 0)});
+        planes_[planeCount_] = {to->data, from->data, to->pitch, to->rows, rows};
+        rows += to->rows;
     }
+    done_ = t_marks.Cleared(rows);
     t_active = this;
 }
 
 OnePassCopy::~OnePassCopy() {
-    t_active = previous_;
+    t_active = nullptr;
 }
 
 OnePassCopy* OnePassCopy::Active() {
@@ -37,7 +58,8 @@ OnePassCopy* OnePassCopy::Active() {
 }
 
 OnePassCopy::PlanePair* OnePassCopy::Find(const uint8_t* row, unsigned& index) {
-    for (PlanePair& plane : planes_) {
+    for (unsigned i = 0; i < planeCount_; ++i) {
+        PlanePair& plane = planes_[i];
         if (plane.target == nullptr || plane.pitch == 0) continue;
         if (row < plane.target || row >= plane.target + plane.pitch * plane.rows) continue;
         index = static_cast<unsigned>((row - plane.target) / plane.pitch);
@@ -48,31 +70,34 @@ OnePassCopy::PlanePair* OnePassCopy::Find(const uint8_t* row, unsigned& index) {
 
 void OnePassCopy::Stage(const uint8_t* row) {
     unsigned y = 0;
-    PlanePair* plane = Find(row, y);
-    if (plane == nullptr || plane->done[y]) return;
-    uint8_t* to = plane->target + plane->pitch * y;
-    if (plane->source != nullptr) {
-        libcore_memcpy(to, plane->source + plane->pitch * y, plane->pitch);
+    if (PlanePair* plane = Find(row, y)) StageRow(*plane, y);
+}
+
+void OnePassCopy::StageRow(const PlanePair& plane, unsigned y) {
+    uint8_t& done = done_[plane.firstRow + y];
+    if (done != 0) return;
+    uint8_t* to = plane.target + plane.pitch * y;
+    if (plane.source != nullptr) {
+        libcore_memcpy(to, plane.source + plane.pitch * y, plane.pitch);
     } else {
-        std::memset(to, 0, plane->pitch);
+        std::memset(to, 0, plane.pitch);
     }
-    plane->done[y] = 1;
+    done = 1;
 }
 
 void OnePassCopy::Overwritten(const uint8_t* first, unsigned rows) {
     unsigned y = 0;
-    PlanePair* plane = Find(first, y);
+    const PlanePair* plane = Find(first, y);
     if (plane == nullptr) return;
     const unsigned end = std::min(plane->rows, y + rows);
-    for (; y < end; ++y)
-        plane->done[y] = 1;
+    std::memset(done_ + plane->firstRow + y, 1, end - std::min(y, end));
 }
 
 void OnePassCopy::Finish() {
-    for (PlanePair& plane : planes_) {
-        if (plane.target == nullptr) continue;
-        for (unsigned y = 0; y < plane.rows; ++y)
-            Stage(plane.target + plane.pitch * y);
+    for (unsigned i = 0; i < planeCount_; ++i) {
+        if (planes_[i].target == nullptr) continue;
+        for (unsigned y = 0; y < planes_[i].rows; ++y)
+            StageRow(planes_[i], y);
     }
 }
 

@@ -11,8 +11,8 @@
 // LF_ONE_PASS_EFFECT(id) in its file.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
-#include <vector>
 
 #include "libfilter/CVideoFrame.h"
 
@@ -22,7 +22,8 @@ namespace MediaCore {
 
 class OnePassCopy {
 public:
-    // Active on this thread until destroyed. Both frames are the library's own, of one layout.
+    // Active on this thread until destroyed; only while no other is (see Active). Both frames
+    // are the library's own, of one layout.
     OnePassCopy(CVideoFrame& source, CVideoFrame& target);
     ~OnePassCopy();
     OnePassCopy(const OnePassCopy&) = delete;
@@ -45,12 +46,15 @@ private:
         const uint8_t* source;  // null: a plane never given memory, copied as zeros
         size_t pitch;
         unsigned rows;
-        std::vector<uint8_t> done;  // rows that hold their bytes
+        size_t firstRow;  // its rows' marks in done_
     };
+    static constexpr unsigned kMaxPlanes = 8;
     PlanePair* Find(const uint8_t* row, unsigned& index);
+    void StageRow(const PlanePair& plane, unsigned y);
 
-    std::vector<PlanePair> planes_;
-    OnePassCopy* previous_;
+    PlanePair planes_[kMaxPlanes];
+    unsigned planeCount_ = 0;
+    uint8_t* done_;  // a mark for each row that holds its bytes
 };
 
 // A copy of `frame` with its own memory for every plane, of the same layout, whose bytes are

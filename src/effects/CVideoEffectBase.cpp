@@ -56,7 +56,8 @@ GVideoFrame* CImageEffectBase::ProcFrame(ImagePostion* position, int n, GVideoFr
         // any other frame is copied by its own Clone.
         auto* own =
             typeid(*frame) == typeid(CVideoFrame) ? static_cast<CVideoFrame*>(frame) : nullptr;
-        if (own != nullptr && RunsInOnePass(GetID())) {
+        // One pass at a time on a thread: an effect working inside another's pass copies first.
+        if (own != nullptr && RunsInOnePass(GetID()) && OnePassCopy::Active() == nullptr) {
             GVideoFrame* last = workFrame_.get();
             auto* donor = last != nullptr && typeid(*last) == typeid(CVideoFrame)
                               ? static_cast<CVideoFrame*>(last)
