@@ -1,8 +1,11 @@
 #include "core/OnePass.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 
+#include "base/ErrorReport.h"
+#include "libfilter/AlignedMemory.h"
 #include "libfilter/Siblings.h"
 
 namespace MediaCore {
@@ -12,23 +15,7 @@ namespace {
 thread_local OnePassCopy* t_active = nullptr;
 // A mark for each row of the pass on this thread, kept from frame to frame so that a pass
 // allocates nothing once the frame size settles. One pass runs on a thread at a time.
-struct RowMarks {
-    uint8_t* data = nullptr;
-    size_t room = 0;
-    ~RowMarks() { delete[] data; }
-    uint8_t* Cleared(size_t count) {
-        if (count > room) {
-            delete[] data;
-            data = nullptr;
-            room = 0;
-            data = new uint8_t[count];
-            room = count;
-        }
-        std::memset(data, 0, count);
-        return data;
-    }
-};
-thread_local RowMarks t_marks;
+thread_local AlignedBuffer t_marks;
 
 // Ids of the effects that run in one pass; ids stay small.
 constexpr unsigned kIdRoom = 256;
@@ -45,7 +32,12 @@ OnePassCopy::OnePassCopy(CVideoFrame& source, CVideoFrame& target) {
         planes_[planeCount_] = {to->data, from->data, to->pitch, to->rows, rows};
         rows += to->rows;
     }
-    done_ = t_marks.Cleared(rows);
+    if (t_marks.Size() < rows) {
+        if (rows > UINT32_MAX) Raise(ErrorFile::kVideoFrame, __LINE__, ErrorText::kMallocFailed);
+        t_marks.Resize(static_cast<unsigned>(rows), ErrorFile::kVideoFrame, __LINE__);
+    }
+    done_ = t_marks.Data();
+    if (rows != 0) std::memset(done_, 0, rows);
     t_active = this;
 }
 
