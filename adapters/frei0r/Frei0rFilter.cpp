@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <climits>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "libfilter/Siblings.h"
+#include "libfilter/libfilter.h"
 
 namespace frei0r_adapter {
 
@@ -80,6 +82,7 @@ Filter::Filter(const catalogue::EffectDescription& entry, catalogue::EffectPtr e
     : entry_(entry),
       effect_(std::move(effect)),
       frame_(false, MediaCore::PIXFMT_BGRA32, width, height, true),
+      input_(false, MediaCore::PIXFMT_BGRA32, width, height, true),
       width_(width),
       height_(height) {}
 
@@ -144,14 +147,25 @@ void Filter::GetParam(f0r_param_t value, int index) {
 
 void Filter::Update(const uint32_t* in, uint32_t* out) {
     if (out == nullptr) return;
-    const size_t bytes = size_t{width_} * height_ * 4;
-    if (in != nullptr && in != out) std::memmove(out, in, bytes);
-    unsigned char* data = reinterpret_cast<unsigned char*>(out);
     int pitch = static_cast<int>(width_ * 4);
+    unsigned char* data = reinterpret_cast<unsigned char*>(out);
     frame_.SetBuffer(&data, &pitch, nullptr);
     frame_.SetTimeStamp(count_);
     MediaCore::ImagePostion position{};
-    effect_->ProcFrameInPlace(&position, count_, &frame_);
+    const size_t bytes = size_t{width_} * height_ * 4;
+    const auto from = reinterpret_cast<uintptr_t>(in), to = reinterpret_cast<uintptr_t>(out);
+    if (in == nullptr || in == out) {
+        effect_->ProcFrameInPlace(&position, count_, &frame_);
+    } else if (from + bytes <= to || to + bytes <= from) {
+        // Read from the input, write the output: one walk over memory where the effect can.
+        auto* source = reinterpret_cast<unsigned char*>(const_cast<uint32_t*>(in));
+        input_.SetBuffer(&source, &pitch, nullptr);
+        input_.SetTimeStamp(count_);
+        libfilter_ProcFrameInto(effect_.get(), &position, count_, &input_, &frame_);
+    } else {
+        std::memmove(out, in, bytes);  // overlapping pictures: copy, then change in place
+        effect_->ProcFrameInPlace(&position, count_, &frame_);
+    }
     count_ = count_ == INT_MAX ? 0 : count_ + 1;
 }
 

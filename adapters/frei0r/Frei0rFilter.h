@@ -42,6 +42,7 @@ private:
     const catalogue::EffectDescription& entry_;
     catalogue::EffectPtr effect_;
     MediaCore::CVideoFrame frame_;
+    MediaCore::CVideoFrame input_;  // over the host's input picture, when it is another
     unsigned width_;
     unsigned height_;
     int count_ = 0;

@@ -9,6 +9,13 @@ extern "C" {
 // id names no effect. The host releases the result with its Free.
 MediaCore::GVideoProcessor* libfilter_GetFilter(MediaCore::GController* controller, unsigned id);
 
+// Writes what `effect` makes of `source` into `target`, a frame of the same pixel format and
+// dimensions, and leaves `source` as it was: the bytes CopyVideoFrame(target, source) and then
+// the effect's ProcFrameInPlace(target) give, made in one walk over memory where the effect and
+// the frames allow. False (and one report to the error sink) on a null argument or a mismatch.
+bool libfilter_ProcFrameInto(MediaCore::GVideoProcessor* effect, MediaCore::ImagePostion* position,
+                             int n, MediaCore::GVideoFrame* source, MediaCore::GVideoFrame* target);
+
 // Copies the pixels, time stamp, interlacing and border data of `src` into `dst`, which must
 // have the same pixel format and dimensions. Each plane is copied as one block of the source's
 // pitch x rows bytes, cut at the end of the destination plane. False (and one report to the

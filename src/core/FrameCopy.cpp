@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "base/ErrorReport.h"
+#include "core/OnePass.h"
 #include "libfilter/Siblings.h"
 #include "libfilter/libfilter.h"
 
@@ -42,7 +43,9 @@ void CopyAttributes(GVideoFrame* dst, GVideoFrame* src) {
     dst->SetBorderData(border, length);
 }
 
-bool CopyFrame(GVideoFrame* dst, GVideoFrame* src) {
+}  // namespace
+
+bool CopyFrame(GVideoFrame* dst, GVideoFrame* src, bool pixels) {
     LF_REQUIRE(kFile, dst);
     LF_REQUIRE(kFile, src);
     if (dst->GetPixelFormat() != src->GetPixelFormat()) LF_RAISE(kFile, "pixel format not match");
@@ -52,11 +55,13 @@ bool CopyFrame(GVideoFrame* dst, GVideoFrame* src) {
     if (dstWidth != srcWidth || dstHeight != srcHeight) LF_RAISE(kFile, "dimension not match");
     if (dst == src) return true;  // a frame already holds itself
     CopyAttributes(dst, src);
-    const unsigned planes = src->GetBufferCount();
+    const unsigned planes = pixels ? src->GetBufferCount() : 0;
     for (unsigned i = 0; i < planes; ++i)
         CopyPlane(dst, src, i);
     return true;
 }
+
+namespace {
 
 uint8_t ClampByte(double value) {
     const int truncated = static_cast<int>(value);  // toward zero
@@ -74,7 +79,7 @@ uint8_t Scaled(int sum, unsigned offset) {
 
 extern "C" bool CopyVideoFrame(MediaCore::GVideoFrame* dst, MediaCore::GVideoFrame* src) {
     using namespace MediaCore;
-    return LF_GUARDED(kFile, [&] { return CopyFrame(dst, src); });
+    return LF_GUARDED(kFile, [&] { return CopyFrame(dst, src, true); });
 }
 
 // Chroma is used as stored, not re-centred on 128, and G takes +0.436 V. Both are kept as they

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <typeinfo>
 
 #include "base/ErrorReport.h"
 #include "libfilter/AlignedMemory.h"
@@ -91,6 +92,28 @@ void OnePassCopy::Finish() {
         for (unsigned y = 0; y < planes_[i].rows; ++y)
             StageRow(planes_[i], y);
     }
+}
+
+bool OnePassFits(GVideoFrame& source, GVideoFrame& target) {
+    if (&source == &target || typeid(source) != typeid(CVideoFrame) ||
+        typeid(target) != typeid(CVideoFrame)) {
+        return false;
+    }
+    auto& from = static_cast<CVideoFrame&>(source);
+    auto& to = static_cast<CVideoFrame&>(target);
+    if (from.GetBufferCount() != to.GetBufferCount() ||
+        from.GetBufferCount() > OnePassCopy::kMaxPlanes) {
+        return false;
+    }
+    for (unsigned i = 0; i < from.GetBufferCount(); ++i) {
+        const CVideoFrame::PlaneRecord* a = from.GetBuffer(i);
+        const CVideoFrame::PlaneRecord* b = to.GetBuffer(i);
+        if (a->data == nullptr || b->data == nullptr || a->rows != b->rows ||
+            a->pitch != b->pitch) {
+            return false;
+        }
+    }
+    return true;
 }
 
 bool RunsInOnePass(unsigned id) {

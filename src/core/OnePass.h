@@ -22,6 +22,8 @@ namespace MediaCore {
 
 class OnePassCopy {
 public:
+    static constexpr unsigned kMaxPlanes = 8;
+
     // Active on this thread until destroyed; only while no other is (see Active). Both frames
     // are the library's own, of one layout.
     OnePassCopy(CVideoFrame& source, CVideoFrame& target);
@@ -48,7 +50,6 @@ private:
         unsigned rows;
         size_t firstRow;  // its rows' marks in done_
     };
-    static constexpr unsigned kMaxPlanes = 8;
     PlanePair* Find(const uint8_t* row, unsigned& index);
     void StageRow(const PlanePair& plane, unsigned y);
 
@@ -61,6 +62,14 @@ private:
 // left for a OnePassCopy to bring over. It takes over the memory of `donor` (a frame about to
 // be released, or null) when the sizes agree. Null, with a report, when memory runs out.
 CVideoFrame* CloneLayout(CVideoFrame& frame, CVideoFrame* donor);
+
+// Whether a OnePassCopy may carry `source` over into `target`: two distinct frames of the
+// library's own class, every plane with memory in both, of the same rows and pitch.
+bool OnePassFits(GVideoFrame& source, GVideoFrame& target);
+
+// Copies the time stamp, interlacing and border data of `src` into `dst`, and the pixels when
+// `pixels` (each plane as one block). Raises on a null frame or a format or size mismatch.
+bool CopyFrame(GVideoFrame* dst, GVideoFrame* src, bool pixels);
 
 // Whether the effect with this id reaches pixels only through the plane walks.
 bool RunsInOnePass(unsigned id);

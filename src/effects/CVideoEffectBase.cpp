@@ -12,6 +12,18 @@ namespace MediaCore {
 
 constexpr const char* kFile = ErrorFile::kVideoEffectBase;
 
+namespace {
+
+// The effect's result on `source`, written into `target` row by row as the effect walks it.
+void RunOnePass(CImageEffectBase& effect, ImagePostion* position, int n, CVideoFrame& source,
+                CVideoFrame& target) {
+    OnePassCopy pass(source, target);
+    effect.ProcFrameInner(position, n, &target);
+    pass.Finish();
+}
+
+}  // namespace
+
 CVideoEffectBase::CVideoEffectBase(AVProcessorID id, unsigned subtype)
     : CProcessor(id, 1, subtype), duration_(1) {
     AddInterface(kVideoProcessorInterface, static_cast<GVideoProcessor*>(this));
@@ -65,9 +77,7 @@ GVideoFrame* CImageEffectBase::ProcFrame(ImagePostion* position, int n, GVideoFr
             CVideoFrame* copy = CloneLayout(*own, donor);
             workFrame_.reset(copy);
             if (copy != nullptr) {
-                OnePassCopy pass(*own, *copy);
-                ProcFrameInner(position, n, copy);
-                pass.Finish();
+                RunOnePass(*this, position, n, *own, *copy);
                 return copy;
             }
         } else {
@@ -95,3 +105,27 @@ void CImageEffectBase::ProcFrameInPlace(ImagePostion* position, int n, GVideoFra
 }
 
 }  // namespace MediaCore
+
+extern "C" bool libfilter_ProcFrameInto(MediaCore::GVideoProcessor* effect,
+                                        MediaCore::ImagePostion* position, int n,
+                                        MediaCore::GVideoFrame* source,
+                                        MediaCore::GVideoFrame* target) {
+    using namespace MediaCore;
+    return LF_GUARDED(kFile, [&] {
+        LF_REQUIRE(kFile, effect);
+        LF_REQUIRE(kFile, position);
+        auto* image = dynamic_cast<CImageEffectBase*>(effect);
+        const bool onePass = image != nullptr && source != nullptr && target != nullptr &&
+                             RunsInOnePass(effect->GetID()) && OnePassCopy::Active() == nullptr &&
+                             OnePassFits(*source, *target);
+        // Checks the pair, and copies the pixels first unless the walk brings them over.
+        CopyFrame(target, source, !onePass);
+        if (onePass) {
+            RunOnePass(*image, position, n, static_cast<CVideoFrame&>(*source),
+                       static_cast<CVideoFrame&>(*target));
+        } else {
+            effect->ProcFrameInPlace(position, n, target);
+        }
+        return true;
+    });
+}

@@ -8,6 +8,7 @@
 
 extern "C" {
 #include <libavutil/frame.h>
+#include <libavutil/pixdesc.h>
 }
 
 #include "Errors.h"
@@ -15,6 +16,7 @@ extern "C" {
 #include "Signals.h"
 #include "catalogue/ReportSink.h"
 #include "libfilter/CVideoFrame.h"
+#include "libfilter/libfilter.h"
 
 namespace lfx {
 
@@ -157,23 +159,74 @@ EffectChain::EffectChain(const std::vector<ChainStep>& steps) {
     }
 }
 
-void EffectChain::Apply(AVFrame& frame, int index) {
-    if (effects_.empty()) return;
+namespace {
+
+// A frame over `frame`'s planes, as the library sees them.
+MediaCore::CVideoFrame View(AVFrame& frame, int index) {
     const Layout layout = frame.format == AV_PIX_FMT_BGRA ? Layout::Bgra : Layout::Yuv420p;
     MediaCore::CVideoFrame view(false, LibraryFormat(layout), static_cast<unsigned>(frame.width),
                                 static_cast<unsigned>(frame.height), true);
     view.SetBuffer(frame.data, frame.linesize, nullptr);
     view.SetTimeStamp(index);
+    return view;
+}
+
+// A frame of `in`'s format and size with memory of its own laid out with `in`'s pitches, its
+// pixels left for an effect to write; null when `in`'s pitches cannot be kept.
+FramePtr SameLayout(const AVFrame& in) {
+    const AVPixFmtDescriptor* format = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(in.format));
+    FramePtr out = MakeFrame();
+    out->format = in.format;
+    out->width = in.width;
+    out->height = in.height;
+    for (int i = 0; i < AV_NUM_DATA_POINTERS && in.data[i] != nullptr; ++i) {
+        if (in.linesize[i] <= 0 || format == nullptr) return nullptr;
+        const int rows =
+            i == 1 || i == 2 ? AV_CEIL_RSHIFT(in.height, format->log2_chroma_h) : in.height;
+        out->buf[i] = av_buffer_alloc(static_cast<size_t>(in.linesize[i]) * rows);
+        if (out->buf[i] == nullptr) throw std::bad_alloc();
+        out->data[i] = out->buf[i]->data;
+        out->linesize[i] = in.linesize[i];
+    }
+    if (av_frame_copy_props(out.get(), &in) < 0) throw std::bad_alloc();
+    return out;
+}
+
+}  // namespace
+
+void EffectChain::Apply(FramePtr& frame, int index) {
+    if (effects_.empty()) return;
     MediaCore::ImagePostion position{};
     catalogue::ReportSink::TakeReport();
-    for (const Instance& effect : effects_) {
+    auto step = [&](const Instance& effect, auto run) {
         CheckStop();  // a long chain on a big frame stops between effects
-        effect.processor->ProcFrameInPlace(&position, index, &view);
+        run();
         if (auto report = catalogue::ReportSink::TakeReport()) {
             Fail("effect " + Quoted(effect.effect->entry->name) + " failed on frame " +
                  std::to_string(index) + ": " + *report);
         }
+    };
+    size_t first = 0;
+    if (!av_frame_is_writable(frame.get())) {
+        // The decoder still holds this frame: the first effect reads it and writes a frame of
+        // our own, in one walk over memory, instead of a copy followed by its own pass.
+        FramePtr out = SameLayout(*frame);
+        if (out == nullptr) {
+            if (av_frame_make_writable(frame.get()) < 0) throw std::bad_alloc();
+        } else {
+            MediaCore::CVideoFrame source = View(*frame, index), target = View(*out, index);
+            step(effects_[0], [&] {
+                libfilter_ProcFrameInto(effects_[0].processor.get(), &position, index, &source,
+                                        &target);
+            });
+            frame = std::move(out);
+            first = 1;
+        }
     }
+    MediaCore::CVideoFrame view = View(*frame, index);
+    for (size_t i = first; i < effects_.size(); ++i)
+        step(effects_[i],
+             [&] { effects_[i].processor->ProcFrameInPlace(&position, index, &view); });
 }
 
 }  // namespace lfx

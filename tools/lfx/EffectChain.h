@@ -5,8 +5,7 @@
 #include <vector>
 
 #include "Available.h"
-
-struct AVFrame;
+#include "Ffmpeg.h"
 
 namespace lfx {
 
@@ -35,9 +34,10 @@ public:
     // Makes the effects and sets their properties; throws a UserError when the library refuses.
     explicit EffectChain(const std::vector<ChainStep>& steps);
 
-    // Runs every effect on `frame` (BGRA or YUV420P) in place; `index` numbers the frame. Throws a
-    // UserError when an effect reports a failure.
-    void Apply(AVFrame& frame, int index);
+    // Runs every effect on `frame` (BGRA or YUV420P); `index` numbers the frame. A frame that is
+    // not writable (still shared with the decoder) is replaced by a frame of our own holding
+    // the result. Throws a UserError when an effect reports a failure.
+    void Apply(FramePtr& frame, int index);
 
 private:
     struct Instance {

@@ -126,7 +126,7 @@ int WriteGallery(FramePtr picture, AVColorSpace space, const GallerySettings& se
         const PropertyList showcase = catalogue::Showcase(entry, grid.tileWidth, grid.tileHeight);
         EffectChain chain(ResolveChain({{entry.name, showcase}}));
         FramePtr frame = scaler.Convert(CopyOf(*tile), FfmpegFormat(settings.layout), space);
-        chain.Apply(*frame, 0);
+        chain.Apply(frame, 0);
         frame = scaler.Convert(std::move(frame), AV_PIX_FMT_BGRA, space);
         show(static_cast<int>(i) + 1, *frame, Label(entry));
     }

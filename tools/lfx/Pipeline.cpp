@@ -93,7 +93,7 @@ void ProcessFrames(EffectChain& chain, const PipelineSettings& settings, const E
             if (frame->width != settings.width || frame->height != settings.height) {
                 frame = FitFrame(*frame, settings.width, settings.height);
             }
-            chain.Apply(*frame, job->frameIndex);
+            chain.Apply(frame, job->frameIndex);
             frame =
                 toEncoder.Convert(std::move(frame), encoder.PixelFormat(), encoder.ColorSpace());
         }

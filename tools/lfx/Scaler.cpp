@@ -57,7 +57,6 @@ FramePtr Scaler::Convert(FramePtr in, AVPixelFormat format, AVColorSpace space, 
     const bool fullOut = IsRgb(format) || IsFullRangeYuv(format);
     if (in->format == format && in->width == width && in->height == height &&
         FullRange(*in) == fullOut) {
-        if (av_frame_make_writable(in.get()) < 0) throw std::bad_alloc();
         return in;
     }
     const auto inFormat = static_cast<AVPixelFormat>(in->format);

@@ -11,7 +11,8 @@ AVColorSpace EffectiveColorSpace(AVColorSpace tagged, int height);
 class Scaler {
 public:
     // `in` in `format` at width x height (its own size when those are 0), with `in`'s time
-    // stamp and properties. A frame already in that shape is only made writable and passed on.
+    // stamp and properties. A frame already in that shape is passed on as it is, possibly
+    // still shared with the decoder (see av_frame_is_writable).
     // Studio-range YUV is produced for YUV formats, except the full-range "J" formats.
     FramePtr Convert(FramePtr in, AVPixelFormat format, AVColorSpace space, int width = 0,
                      int height = 0);
