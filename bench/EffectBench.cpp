@@ -5,6 +5,7 @@
 #include <cstring>
 #include <functional>
 #include <map>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -224,11 +225,17 @@ void BenchMemcpy(benchmark::State& state, Format format, Size size) {
     state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(frame.Bytes()));
 }
 
-// In place, or with outOfPlace through ProcFrame: a copy the library makes and changes (in one
-// walk over memory for the effects that allow it).
+// In place; out of place through ProcFrame (a copy the library makes and changes); or into a
+// frame of the host's through libfilter_ProcFrameInto, as the frei0r plug-ins and lfx do. The
+// out-of-place forms write the result in one walk over memory for the effects that allow it.
+enum class Mode { InPlace, Out, Into };
+
 void BenchEffect(benchmark::State& state, Effect effect, Format format, Size size,
-                 Simd::Level level, bool outOfPlace = false) {
+                 Simd::Level level, Mode mode = Mode::InPlace) {
     BenchFrame frame(format.number, size.width, size.height);
+    std::unique_ptr<BenchFrame> target;
+    if (mode == Mode::Into)
+        target = std::make_unique<BenchFrame>(format.number, size.width, size.height);
     GVideoProcessor* processor = effect.create();
     for (const auto& [name, value] : effect.properties)
         processor->SetProperty(name, value);
@@ -239,8 +246,10 @@ void BenchEffect(benchmark::State& state, Effect effect, Format format, Size siz
     // pattern) is not timed.
     processor->ProcFrameInPlace(&position, 0, &frame.Frame());
     for (auto _ : state) {
-        if (outOfPlace) {
+        if (mode == Mode::Out) {
             benchmark::DoNotOptimize(processor->ProcFrame(&position, 0, &frame.Frame()));
+        } else if (mode == Mode::Into) {
+            libfilter_ProcFrameInto(processor, &position, 0, &frame.Frame(), &target->Frame());
         } else {
             processor->ProcFrameInPlace(&position, 0, &frame.Frame());
         }
@@ -291,16 +300,19 @@ int main(int argc, char** argv) {
                 // The widest form under the effect's own name, then each narrower one.
                 const std::string name = std::string(effect.name) + "/" + Key(format, size);
                 benchmark::RegisterBenchmark(name.c_str(), BenchEffect, effect, format, size,
-                                             Simd::kAvx512, false);
-                benchmark::RegisterBenchmark(
-                    (std::string(effect.name) + "@out/" + Key(format, size)).c_str(), BenchEffect,
-                    effect, format, size, Simd::kAvx512, true);
+                                             Simd::kAvx512, Mode::InPlace);
+                for (const auto& [suffix, mode] :
+                     {std::pair{"@out/", Mode::Out}, {"@into/", Mode::Into}}) {
+                    benchmark::RegisterBenchmark(
+                        (std::string(effect.name) + suffix + Key(format, size)).c_str(),
+                        BenchEffect, effect, format, size, Simd::kAvx512, mode);
+                }
                 for (int level = Simd::kScalar; level < Simd::HostLevel(); ++level) {
                     const auto l = static_cast<Simd::Level>(level);
                     const std::string narrower = std::string(effect.name) + "@" +
                                                  Simd::LevelName(l) + "/" + Key(format, size);
                     benchmark::RegisterBenchmark(narrower.c_str(), BenchEffect, effect, format,
-                                                 size, l, false);
+                                                 size, l, Mode::InPlace);
                 }
             }
         }
