@@ -27,6 +27,12 @@ struct RotateFixture : testing::Test {
     GVideoProcessor* effect = libfilter_GetFilter(&host, AVPROCESSOR_ROTATE90);
     CRotate90X* rotate = static_cast<CRotate90X*>(effect);
     ~RotateFixture() override { effect->Free(); }
+    // Turns the image in place on `on` (the fixture's effect by default); answers the position.
+    ImagePostion Run(TestImage& image, GVideoProcessor* on = nullptr) {
+        ImagePostion position{};
+        (on ? on : effect)->ProcFrameInPlace(&position, 0, &image.Frame());
+        return position;
+    }
 };
 
 }  // namespace
@@ -35,9 +41,7 @@ struct RotateFixture : testing::Test {
 // asked for 1080 x 606 with option 4. Square frames fill themselves from the corner.
 TEST_F(RotateFixture, Geometry) {
     TestImage image({0, 1920, 1080}, 3);
-    ImagePostion position{};
-    effect->ProcFrameInPlace(&position, 0, &image.Frame());
-    EXPECT_TRUE(SamePosition(position, {657, 0, 0, 3, 606, 1080}));
+    EXPECT_TRUE(SamePosition(Run(image), {657, 0, 0, 3, 606, 1080}));
     ASSERT_EQ(host.requests.size(), 1u);
     const auto& asked = host.requests[0];
     EXPECT_EQ(std::make_tuple(asked.format, asked.width, asked.height, asked.option),
@@ -48,9 +52,8 @@ TEST_F(RotateFixture, Geometry) {
         EXPECT_EQ(image.Row(1, y / 2)[300], 128);
     }
     TestImage square({0, 10, 10}, 1), wide({0, 36, 20}, 4);
-    effect->ProcFrameInPlace(&position, 0, &square.Frame());
-    EXPECT_TRUE(SamePosition(position, {0, 0, 0, 3, 10, 10}));
-    effect->ProcFrameInPlace(&position, 0, &wide.Frame());
+    EXPECT_TRUE(SamePosition(Run(square), {0, 0, 0, 3, 10, 10}));
+    Run(wide);
     EXPECT_EQ(wide.Row(0, 0)[0], 16);
     EXPECT_EQ(wide.Row(0, 19)[35], 16);
 }
@@ -69,21 +72,21 @@ TEST_F(RotateFixture, AngleSetsTheDirection) {
         effect->SetProperty("rotate90_angle", angle);
         for (bool bottomUp : {false, true}) {
             TestImage image({0, 4, 4, 3, bottomUp}, 1);
-            auto memoryRow = [&](unsigned p, unsigned m) {
-                return image.Row(p, bottomUp ? image.Rows(p) - 1 - m : m);
+            // Sample i of plane p in memory order.
+            auto sample = [&](unsigned p, unsigned i) -> uint8_t& {
+                const unsigned w = p == 0 ? 4 : 2, m = i / w;
+                return image.Row(p, bottomUp ? image.Rows(p) - 1 - m : m)[i % w];
             };
-            for (unsigned i = 0; i < 16; ++i)
-                memoryRow(0, i / 4)[i % 4] = static_cast<uint8_t>(1 + i);
-            for (unsigned i = 0; i < 4; ++i)
-                memoryRow(1, i / 2)[i % 2] = memoryRow(2, i / 2)[i % 2] = uint8_t(1 + i);
-            ImagePostion position{};
-            effect->ProcFrameInPlace(&position, 0, &image.Frame());
-            EXPECT_TRUE(SamePosition(position, {0, 0, 0, 3, 4, 4}));
+            for (unsigned i = 0; i < 16; ++i) {
+                sample(0, i) = static_cast<uint8_t>(1 + i);
+                if (i < 4) sample(1, i) = sample(2, i) = static_cast<uint8_t>(1 + i);
+            }
+            EXPECT_TRUE(SamePosition(Run(image), {0, 0, 0, 3, 4, 4}));
             std::vector<uint8_t> luma, chroma;
-            for (unsigned i = 0; i < 16; ++i)
-                luma.push_back(memoryRow(0, i / 4)[i % 4]);
-            for (unsigned i = 0; i < 4; ++i)
-                chroma.push_back(memoryRow(2, i / 2)[i % 2]);
+            for (unsigned i = 0; i < 16; ++i) {
+                luma.push_back(sample(0, i));
+                if (i < 4) chroma.push_back(sample(2, i));
+            }
             const int turn = bottomUp ? 1 - direction : direction;
             EXPECT_EQ(luma, kTurned[turn]) << angle << " " << bottomUp;
             EXPECT_EQ(chroma, kChroma[turn]) << angle << " " << bottomUp;
@@ -95,21 +98,20 @@ TEST_F(RotateFixture, AngleSetsTheDirection) {
 TEST_F(RotateFixture, ConvertersAskedForAndKept) {
     TestImage bgra({30, 12, 8}, 1), yuv422({4, 12, 8}, 2), yuv422b({4, 12, 8}, 3),
         gray({8, 6, 4}, 4);
-    ImagePostion position{};
-    effect->ProcFrameInPlace(&position, 0, &bgra.Frame());
-    effect->ProcFrameInPlace(&position, 0, &bgra.Frame());
+    Run(bgra);
+    Run(bgra);
     // To YUV with option 16, back to BGRA at any size, and the scaler with option 4.
     ASSERT_EQ(host.requests.size(), 3u);
     EXPECT_EQ(
         std::make_tuple(host.requests[0].format, host.requests[0].option, host.requests[1].format,
                         host.requests[1].width, host.requests[2].option),
         std::make_tuple(30, 16, 0, 0u, 4));
-    effect->ProcFrameInPlace(&position, 0, &yuv422.Frame());
-    effect->ProcFrameInPlace(&position, 0, &yuv422b.Frame());
+    Run(yuv422);
+    Run(yuv422b);
     ASSERT_EQ(host.requests.size(), 5u);  // same size: the scaler stays
     EXPECT_EQ(host.requests[3].format, 0);
     EXPECT_EQ(host.requests[4].format, 4);
-    effect->ProcFrameInPlace(&position, 0, &gray.Frame());  // new format and size
+    Run(gray);  // new format and size
     EXPECT_EQ(host.requests.size(), 8u);
     EXPECT_EQ(host.live, 5);
 }
@@ -134,9 +136,8 @@ TEST_F(RotateFixture, FailuresReportAndLeaveTheFrame) {
             libfilter_GetFilter(controller ? &failing : nullptr, AVPROCESSOR_ROTATE90);
         TestImage image(shape, 2);
         const auto before = image.Snapshot();
-        ImagePostion position{};
         ReportWatch watch;
-        fresh->ProcFrameInPlace(&position, 0, &image.Frame());
+        Run(image, fresh);
         EXPECT_EQ(watch.Count(), 1u) << message;
         EXPECT_EQ(watch.LastMessage(), message);
         EXPECT_EQ(watch.LastFile(), "Rotate90X.cpp");
@@ -149,8 +150,7 @@ TEST_F(RotateFixture, FailuresReportAndLeaveTheFrame) {
     for (int format : {0, 30, 6}) {
         GVideoProcessor* fresh = libfilter_GetFilter(&half, AVPROCESSOR_ROTATE90);
         TestImage image({format, 40, 24, 1}, 2);
-        ImagePostion position{};
-        fresh->ProcFrameInPlace(&position, 0, &image.Frame());
+        Run(image, fresh);
         EXPECT_TRUE(image.GuardsIntact());
         fresh->Free();
     }
@@ -168,17 +168,16 @@ TEST_F(RotateFixture, DirectCallsStayWithTheirOwnFrames) {
     EXPECT_EQ(watch.Count(), 4u);
     // A frame that is not the effect's own keeps its memory.
     TestImage yuv({0, 8, 8}, 2), bgra({30, 8, 8}, 3);
-    ImagePostion position{};
-    effect->ProcFrameInPlace(&position, 0, &yuv.Frame());
+    Run(yuv);
     const auto before = yuv.Snapshot();
     rotate->FreeVideoFrameBuffer(&yuv.Frame());
     rotate->FreeVideoFrameBuffer(&bgra.Frame());  // frees the effect's own first plane
     EXPECT_EQ(yuv.Snapshot(), before);
-    effect->ProcFrameInPlace(&position, 0, &yuv.Frame());  // rebuilds what it released
+    Run(yuv);  // rebuilds what it released
     EXPECT_TRUE(yuv.GuardsIntact());
     // The packed turn writes only inside the frame it is given.
     EXPECT_TRUE(rotate->PrepareImageCvt(&bgra.Frame()));
-    effect->ProcFrameInPlace(&position, 0, &yuv.Frame());
+    Run(yuv);
     EXPECT_TRUE(rotate->ProcessBGRA90(&bgra.Frame(), 2));
     EXPECT_FALSE(rotate->ProcessBGRA90(&bgra.Frame(), 3));
     EXPECT_EQ(watch.LastMessage(), "rotate direction invalid, val3");
