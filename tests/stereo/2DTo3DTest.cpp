@@ -148,13 +148,13 @@ TEST_F(StereoEffect, ColourTypesGoToTheAnaglyph) {
 TEST_F(StereoEffect, OddFramesStayInsideTheirPlanes) {
     ReportWatch watch;
     // No width: untouched. Formats the effect does not know: untouched and silent.
-    for (const FrameShape& shape : {FrameShape{0, 0, 4}, FrameShape{30, 0, 2}, FrameShape{5, 9, 4},
-                                    FrameShape{8, 9, 4}, FrameShape{2, 9, 3}}) {
+    for (const FrameShape& shape : {FrameShape{0, 0, 4}, FrameShape{30, 0, 2}}) {
         TestImage image(shape, 3);
         const auto before = image.Snapshot();
         Run(image.Frame());
         EXPECT_EQ(image.Snapshot(), before) << testing_support::ShapeName(shape);
     }
+    EXPECT_EQ(testing_support::FirstForeignFormatChanged(effect), "");
     EXPECT_EQ(watch.Count(), 0u);
     // Sizes and depths changing from frame to frame give each frame its own geometry.
     const std::pair<FrameShape, const char*> frames[] = {
