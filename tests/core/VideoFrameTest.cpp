@@ -22,6 +22,12 @@ Geometry PlaneGeometry(GVideoFrame& frame, unsigned plane) {
     return g;
 }
 
+std::pair<unsigned, unsigned> Dimension(CVideoFrame& frame) {
+    unsigned w = 0, h = 0;
+    frame.GetDimension(&w, &h);
+    return {w, h};
+}
+
 }  // namespace
 
 TEST(VideoFrame, ConstructedFrameHasGeometryOnly) {
@@ -43,18 +49,14 @@ TEST(VideoFrame, CropsCutRowBytesAndRowsOfEveryPlane) {
         CVideoFrame& frame = image.Frame();
         unsigned char* before = frame.GetBuffer(0u)->data;
         ASSERT_TRUE(frame.CropRightAndBottom(10, 4));
-        unsigned w, h;
-        frame.GetDimension(&w, &h);
-        EXPECT_EQ(w, 630u);
-        EXPECT_EQ(h, 476u);
+        EXPECT_EQ(Dimension(frame), std::make_pair(630u, 476u));
         EXPECT_EQ(PlaneGeometry(frame, 0), (Geometry{2520, 2564, 476}));
         // Bottom-up frames store the bottom rows first: the crop skips them.
         EXPECT_EQ(frame.GetBuffer(0, nullptr, nullptr, nullptr) - before, bottomUp ? 4 * 2564 : 0);
         // A crop is absolute and must stay inside the frame.
         EXPECT_FALSE(frame.CropRightAndBottom(640, 0));
         EXPECT_FALSE(frame.CropRightAndBottom(0, 480));
-        frame.GetDimension(&w, nullptr);
-        EXPECT_EQ(w, 630u);
+        EXPECT_EQ(Dimension(frame), std::make_pair(630u, 476u));
     }
     // {format, width, height, right and bottom cut, plane, row bytes and rows left}: chroma of 3
     // rows loses as many rows as luma (a cut of 4 empties it); a plane without bytes loses
@@ -72,9 +74,7 @@ TEST(VideoFrame, CropsCutRowBytesAndRowsOfEveryPlane) {
     CVideoFrame resized(false, PIXFMT_YUV420P, 16, 16, true);
     ASSERT_TRUE(resized.CropRightAndBottom(2, 2));
     resized.SetSize(16, 16);
-    unsigned w = 0;
-    resized.GetDimension(&w, nullptr);
-    EXPECT_EQ(w, 16u);
+    EXPECT_EQ(Dimension(resized), std::make_pair(16u, 16u));
     resized.SetSize(8, 6);
     EXPECT_EQ(resized.GetRequireSize(), 8u * 6 + 2 * 4 * 3);
 }
@@ -146,34 +146,29 @@ TEST(VideoFrame, CloneCopiesIntoOneAlignedBlock) {
     copied->Free();
 }
 
-TEST(VideoFrame, SubFrameAndInterfaces) {
+TEST(VideoFrame, SubFrameInterfacesBorderDataAndFree) {
     TestImage left({PIXFMT_BGRA32, 4, 2}, 4), right({PIXFMT_BGRA32, 4, 2}, 5);
     EXPECT_EQ(left.Frame().GetInterface("GSubVideoFrame"), nullptr);
     GVideoFrame* sub = left.Frame().CopySubsetFrame(&right.Frame());
     ASSERT_NE(sub, nullptr);
     EXPECT_EQ(left.Frame().GetInterface("GSubVideoFrame"), sub);
     EXPECT_EQ(left.Frame().GetInterface("other"), nullptr);
-
+    // A clone carries its own copy of the sub frame.
     GVideoFrame* copy = left.Frame().Clone();
     auto* copiedSub = static_cast<GVideoFrame*>(copy->GetInterface("GSubVideoFrame"));
     ASSERT_NE(copiedSub, nullptr);
     EXPECT_NE(copiedSub, sub);
     copy->Free();
-
     ReportWatch watch;
     EXPECT_EQ(left.Frame().GetInterface(nullptr), nullptr);
     EXPECT_EQ(watch.Count(), 1u);
     EXPECT_EQ(watch.LastMessage(), "fatal error:null pointer");
-}
 
-TEST(VideoFrame, BorderDataAndFree) {
     auto* frame = new CVideoFrame(false, PIXFMT_GRAY8, 4, 4, true);
     char bytes[] = {1, 2, 3};
     frame->SetBorderData(bytes, 3);
     frame->SetBorderData(nullptr, 5);  // ignored
-    void* data = nullptr;
-    int length = 0;
-    EXPECT_EQ(frame->GetBorderData(&data, &length), 3);
+    EXPECT_EQ(frame->GetBorderData(nullptr, nullptr), 3);
     frame->SetBorderData(bytes, -4);  // a negative length stores nothing
     EXPECT_EQ(frame->GetBorderData(nullptr, nullptr), 0);
     frame->Free();  // not a clone: still alive
