@@ -2,6 +2,7 @@
 // vector forms against the rule, and bad hosts.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <map>
@@ -178,31 +179,29 @@ TEST(StereoRender, VectorFormsMatchTheRuleOnAnyGeometry) {
     }
 }
 
-TEST(StereoRender, HeldOutputAndConverter) {
+TEST(StereoRender, HeldOutputConverterAndBadHosts) {
     TestController host;
-    C3DRender renderer(&host);
-    renderer.SetRenderMode(TYPE3D_SIDE_BY_SIDE);
+    C3DRender held(&host);
+    held.SetRenderMode(TYPE3D_SIDE_BY_SIDE);
     TestImage l({0, 8, 4}, 1), r({30, 8, 4}, 2);
     l.Frame().SetTimeStamp(5);
-    GVideoFrame* first = renderer.Render(&l.Frame(), &r.Frame(), nullptr);
+    GVideoFrame* first = held.Render(&l.Frame(), &r.Frame(), nullptr);
     ASSERT_NE(first, nullptr);
     EXPECT_EQ(first->GetTimeStamp(), 5);
     l.Frame().SetTimeStamp(9);
-    EXPECT_EQ(renderer.Render(&l.Frame(), &r.Frame(), nullptr), first);
+    EXPECT_EQ(held.Render(&l.Frame(), &r.Frame(), nullptr), first);
     EXPECT_EQ(first->GetTimeStamp(), 9);
     // The right view is converted at every call by the one converter made for the first pair.
     ASSERT_EQ(host.requests.size(), 1u);
     const auto& asked = host.requests[0];
     EXPECT_EQ(std::make_tuple(asked.format, asked.width, asked.height, asked.option, host.converts),
               std::make_tuple(0, 0u, 0u, 0, 2));
-}
-
-TEST(StereoRender, BadHostsReportAndLeaveTheOutput) {
+    // Hosts that cannot convert, and no host at all: one report, the output left as it was.
     using Failure = TestController::Failure;
     for (Failure failure : {Failure::None, Failure::NoConverter, Failure::NullConvert}) {
-        TestController host;
-        host.failure = failure;
-        C3DRender renderer(failure == Failure::None ? nullptr : &host);
+        TestController failing;
+        failing.failure = failure;
+        C3DRender renderer(failure == Failure::None ? nullptr : &failing);
         renderer.SetRenderMode(TYPE3D_SIDE_BY_SIDE);
         TestImage l({30, 6, 3}, 1), r({0, 6, 3}, 2), o({30, 6, 3}, 3);
         const auto before = o.Snapshot();
