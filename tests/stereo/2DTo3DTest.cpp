@@ -99,7 +99,7 @@ TEST_F(StereoEffect, DefaultsDepthRoundingAndViewColumns) {
 }
 
 // A fresh effect (no type set) renders side by side although "type" reads 1; any swap but 0
-// swaps. Types that are not anaglyphs ask the host for nothing.
+// swaps. Types that are not anaglyphs ask the host for nothing; the anaglyphs do.
 TEST_F(StereoEffect, FramesAreTheRenderingOfTheirViews) {
     for (int format : kFormats) {
         for (const char* type : {static_cast<const char*>(nullptr), "3", "4", "0", "7"}) {
@@ -122,6 +122,14 @@ TEST_F(StereoEffect, FramesAreTheRenderingOfTheirViews) {
         }
     }
     EXPECT_TRUE(host.requests.empty());
+    // The colour types go to the anaglyph, which asks for packed 24-bit work frames.
+    for (const char* type : {"1", "2"}) {
+        effect->SetProperty("type", type);
+        TestImage image({0, 10, 4}, 6);
+        Run(image.Frame());
+    }
+    ASSERT_FALSE(host.requests.empty());
+    EXPECT_EQ(host.requests[0].format, PIXFMT_PACKED24_2);
 }
 
 TEST_F(StereoEffect, AttachedSecondViewIsRenderedDirectly) {
@@ -133,16 +141,6 @@ TEST_F(StereoEffect, AttachedSecondViewIsRenderedDirectly) {
     renderer.SetRenderMode(TYPE3D_TOP_BOTTOM);
     renderer.Render(&expected.Frame(), &second.Frame(), &expected.Frame());
     EXPECT_EQ(image.Snapshot(), expected.Snapshot());
-}
-
-TEST_F(StereoEffect, ColourTypesGoToTheAnaglyph) {
-    for (const char* type : {"1", "2"}) {
-        effect->SetProperty("type", type);
-        TestImage image({0, 10, 4}, 6);
-        Run(image.Frame());
-    }
-    ASSERT_FALSE(host.requests.empty());
-    EXPECT_EQ(host.requests[0].format, PIXFMT_PACKED24_2);
 }
 
 TEST_F(StereoEffect, OddFramesStayInsideTheirPlanes) {
