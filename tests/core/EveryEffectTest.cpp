@@ -23,17 +23,10 @@ const std::vector<int> kFormats = {30, 0, 4, 6, 7, 12, 13, 33, 35, 90, 5};
 std::string RandomValue(const PropertyDescription& property, unsigned width, unsigned height,
                         std::mt19937& random) {
     const double upper = catalogue::UpperBound(property, width, height);
-    switch (property.kind) {
-        case PropertyKind::Flag:
-            return std::to_string(random() % 2);
-        case PropertyKind::Color:
-            return std::to_string(random() & 0xFFFFFF);
-        case PropertyKind::Real:
-            return std::to_string(
-                std::uniform_real_distribution<double>(property.min, upper)(random));
-        case PropertyKind::Integer:
-            break;
-    }
+    if (property.kind == PropertyKind::Flag) return std::to_string(random() % 2);
+    if (property.kind == PropertyKind::Color) return std::to_string(random() & 0xFFFFFF);
+    if (property.kind == PropertyKind::Real)
+        return std::to_string(std::uniform_real_distribution<double>(property.min, upper)(random));
     const auto low = static_cast<long>(property.min), high = static_cast<long>(upper);
     return std::to_string(std::uniform_int_distribution<long>(low, std::max(low, high))(random));
 }

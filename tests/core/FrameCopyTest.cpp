@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <tuple>
 
 #include "libfilter/libfilter.h"
 #include "support/TestFrame.h"
@@ -39,11 +40,18 @@ TEST(CopyVideoFrame, RejectsNullAndMismatchedFrames) {
     EXPECT_EQ(yuv.Snapshot(), before);
 }
 
-TEST(CopyVideoFrame, CopiesPixelsAndTheStatedAttributesOnly) {
-    for (const FrameShape& shape : {FrameShape{0, 33, 17, 5}, FrameShape{30, 9, 4, 12},
-                                    FrameShape{35, 16, 8, 0}, FrameShape{11, 8, 3, 4}}) {
-        SCOPED_TRACE(testing_support::ShapeName(shape));
-        TestImage src(shape, 10), dst(shape, 20);
+// Planes go over as one block of the source's pitch x rows, so rows land shifted when the
+// pitches differ; the block stops at the destination plane's end either way.
+TEST(CopyVideoFrame, CopiesPlaneBlocksAndTheStatedAttributesOnly) {
+    const std::pair<FrameShape, unsigned> cases[] = {{{0, 33, 17, 5}, 5}, {{30, 9, 4, 12}, 12},
+                                                     {{35, 16, 8, 0}, 0}, {{11, 8, 3, 4}, 4},
+                                                     {{0, 24, 10, 8}, 0}, {{0, 24, 10, 0}, 8}};
+    for (const auto& [shape, dstPadding] : cases) {
+        SCOPED_TRACE(testing_support::ShapeName(shape) + " into padding " +
+                     std::to_string(dstPadding));
+        FrameShape dstShape = shape;
+        dstShape.padding = dstPadding;
+        TestImage src(shape, 10), dst(dstShape, 20), untouched(dstShape, 20);
         unsigned char border[] = {1, 2, 3};
         src.Frame().SetTimeStamp(1234);
         src.Frame().SetInterlaced(true);
@@ -51,35 +59,22 @@ TEST(CopyVideoFrame, CopiesPixelsAndTheStatedAttributesOnly) {
         src.Frame().SetDuration(77);
         src.Frame().SetTopFieldFirst(true);
         ASSERT_TRUE(CopyVideoFrame(&dst.Frame(), &src.Frame()));
-        for (unsigned p = 0; p < src.PlaneCount(); ++p)
-            EXPECT_EQ(PlaneBytes(dst, p), PlaneBytes(src, p));
+        for (unsigned p = 0; p < src.PlaneCount(); ++p) {
+            auto expected = PlaneBytes(untouched, p);
+            const auto from = PlaneBytes(src, p);
+            std::copy_n(from.begin(), std::min(from.size(), expected.size()), expected.begin());
+            EXPECT_EQ(PlaneBytes(dst, p), expected) << "plane " << p;
+        }
         EXPECT_TRUE(dst.GuardsIntact());
-        EXPECT_EQ(dst.Frame().GetTimeStamp(), 1234);
-        EXPECT_TRUE(dst.Frame().IsInterlaced());
         void* data = nullptr;
         int length = 0;
         dst.Frame().GetBorderData(&data, &length);
         ASSERT_EQ(length, 3);
         EXPECT_EQ(std::memcmp(data, border, 3), 0);
-        EXPECT_EQ(dst.Frame().GetDuration(), 1u);  // not copied, nor the field order
-        EXPECT_FALSE(dst.Frame().IsTopFieldFirst());
-    }
-}
-
-// Planes go over as one block of the source's pitch x rows, so rows land shifted when the
-// pitches differ; the block stops at the destination plane's end either way.
-TEST(CopyVideoFrame, BlockCopyIgnoresDestinationPitchButStaysInsideIt) {
-    for (const auto& [srcPadding, dstPadding] : {std::pair{8u, 0u}, std::pair{0u, 8u}}) {
-        TestImage src({0, 24, 10, srcPadding}, 4), dst({0, 24, 10, dstPadding}, 5);
-        TestImage untouched({0, 24, 10, dstPadding}, 5);
-        ASSERT_TRUE(CopyVideoFrame(&dst.Frame(), &src.Frame()));
-        EXPECT_TRUE(dst.GuardsIntact());
-        for (unsigned p = 0; p < dst.PlaneCount(); ++p) {
-            auto expected = PlaneBytes(untouched, p);
-            const auto from = PlaneBytes(src, p);
-            std::copy_n(from.begin(), std::min(from.size(), expected.size()), expected.begin());
-            EXPECT_EQ(PlaneBytes(dst, p), expected);
-        }
+        // The duration and the field order are not copied.
+        EXPECT_EQ(std::make_tuple(dst.Frame().GetTimeStamp(), dst.Frame().IsInterlaced(),
+                                  dst.Frame().GetDuration(), dst.Frame().IsTopFieldFirst()),
+                  std::make_tuple(1234, true, 1u, false));
     }
 }
 

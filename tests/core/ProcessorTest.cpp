@@ -4,6 +4,7 @@
 #include <dlfcn.h>
 
 #include <memory>
+#include <tuple>
 
 #include "libfilter/CProcessor.h"
 #include "support/TestFrame.h"
@@ -79,22 +80,19 @@ TEST_F(ProcessorFixture, IdentityInterfacesAndNamesInByteOrder) {
 }
 
 TEST_F(ProcessorFixture, SetKeepsTheTextAndParsesItByTag) {
-    const struct {
-        const char* property;
-        const char* text;
-        int64_t expected;
-    } cases[] = {{"size", "42", 42},  {"size", "abc", 0},       {"size", "12.7", 12},
-                 {"size", "-7x", -7}, {"size", "", 0},          {"big", "9000000000", 9000000000LL},
-                 {"big", "-5", -5},   {"small", "70000", 4464}, {"small", "-3", -3}};
-    for (const auto& c : cases) {
-        ASSERT_TRUE(face->SetProperty(c.property, c.text));
-        EXPECT_STREQ(face->GetProperty(c.property, nullptr), c.text);
-        const auto& node = probe.Node(c.property);
+    const std::tuple<const char*, const char*, int64_t> cases[] = {
+        {"size", "42", 42},  {"size", "abc", 0},       {"size", "12.7", 12},
+        {"size", "-7x", -7}, {"size", "", 0},          {"big", "9000000000", 9000000000LL},
+        {"big", "-5", -5},   {"small", "70000", 4464}, {"small", "-3", -3}};
+    for (const auto& [property, text, expected] : cases) {
+        ASSERT_TRUE(face->SetProperty(property, text));
+        EXPECT_STREQ(face->GetProperty(property, nullptr), text);
+        const auto& node = probe.Node(property);
         const int64_t parsed = node.type == PROPERTY_INT64   ? node.parsed.i64
                                : node.type == PROPERTY_INT16 ? node.parsed.i16
                                                              : node.parsed.i32;
-        EXPECT_EQ(parsed, c.expected) << c.property << "=" << c.text;
-        EXPECT_EQ(probe.lastName, c.property);
+        EXPECT_EQ(parsed, expected) << property << "=" << text;
+        EXPECT_EQ(probe.lastName, property);
     }
     // A double keeps its value on a text that does not parse, and reports its tag.
     int type = -1;

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstring>
+#include <tuple>
 
 #include "libfilter/CVideoFrame.h"
 #include "support/TestFrame.h"
@@ -21,19 +22,23 @@ Geometry PlaneGeometry(GVideoFrame& frame, unsigned plane) {
     return g;
 }
 
+std::pair<unsigned, unsigned> Dimension(CVideoFrame& frame) {
+    unsigned w = 0, h = 0;
+    frame.GetDimension(&w, &h);
+    return {w, h};
+}
+
 }  // namespace
 
 TEST(VideoFrame, ConstructedFrameHasGeometryOnly) {
     CVideoFrame frame(false, PIXFMT_BGRA32, 640, 480, true);
-    unsigned rowBytes = 0, pitch = 99, rows = 0;
+    unsigned rowBytes = 0, pitch = 99, rows = 0, second = 9;
     EXPECT_EQ(frame.GetBuffer(0, &rowBytes, &pitch, &rows), nullptr);
     EXPECT_EQ((Geometry{rowBytes, pitch, rows}), (Geometry{2560, 0, 480}));
-    EXPECT_EQ(frame.GetTotalSize(), 0u);
-    EXPECT_EQ(frame.GetRequireSize(), 1228800u);
-    EXPECT_EQ(frame.GetDuration(), 1u);
-    unsigned second = 9;
-    EXPECT_EQ(frame.GetDuplicatedCount(&second), 1u);
-    EXPECT_EQ(second, 0u);
+    const unsigned duplicated = frame.GetDuplicatedCount(&second);
+    EXPECT_EQ(std::make_tuple(frame.GetTotalSize(), frame.GetRequireSize(), frame.GetDuration(),
+                              duplicated, second),
+              std::make_tuple(0u, 1228800u, 1u, 1u, 0u));
     EXPECT_EQ(frame.GetBuffer(1, &rowBytes, &pitch, &rows), nullptr);
     EXPECT_EQ(frame.GetBuffer(1), nullptr);
 }
@@ -44,38 +49,32 @@ TEST(VideoFrame, CropsCutRowBytesAndRowsOfEveryPlane) {
         CVideoFrame& frame = image.Frame();
         unsigned char* before = frame.GetBuffer(0u)->data;
         ASSERT_TRUE(frame.CropRightAndBottom(10, 4));
-        unsigned w, h;
-        frame.GetDimension(&w, &h);
-        EXPECT_EQ(w, 630u);
-        EXPECT_EQ(h, 476u);
+        EXPECT_EQ(Dimension(frame), std::make_pair(630u, 476u));
         EXPECT_EQ(PlaneGeometry(frame, 0), (Geometry{2520, 2564, 476}));
         // Bottom-up frames store the bottom rows first: the crop skips them.
         EXPECT_EQ(frame.GetBuffer(0, nullptr, nullptr, nullptr) - before, bottomUp ? 4 * 2564 : 0);
         // A crop is absolute and must stay inside the frame.
         EXPECT_FALSE(frame.CropRightAndBottom(640, 0));
         EXPECT_FALSE(frame.CropRightAndBottom(0, 480));
-        frame.GetDimension(&w, nullptr);
-        EXPECT_EQ(w, 630u);
+        EXPECT_EQ(Dimension(frame), std::make_pair(630u, 476u));
     }
-    // Chroma of 3 rows loses as many rows as luma: a cut of 4 empties it.
-    TestImage image({PIXFMT_YUV420P, 64, 6}, 2);
-    ASSERT_TRUE(image.Frame().CropRightAndBottom(2, 4));
-    EXPECT_EQ(PlaneGeometry(image.Frame(), 0), (Geometry{62, 64, 2}));
-    EXPECT_EQ(PlaneGeometry(image.Frame(), 2), (Geometry{31, 32, 0}));
-    TestImage tall({PIXFMT_YUV420P, 64, 64}, 2);
-    ASSERT_TRUE(tall.Frame().CropRightAndBottom(0, 4));
-    EXPECT_EQ(PlaneGeometry(tall.Frame(), 2)[2], 28u);
-    // A plane without bytes loses nothing to a right crop.
-    CVideoFrame twoPlane(false, PIXFMT_TWOPLANE_11, 16, 4, true);
-    ASSERT_TRUE(twoPlane.CropRightAndBottom(3, 0));
-    EXPECT_EQ(PlaneGeometry(twoPlane, 1)[0], 0u);
+    // {format, width, height, right and bottom cut, plane, row bytes and rows left}: chroma of 3
+    // rows loses as many rows as luma (a cut of 4 empties it); a plane without bytes loses
+    // nothing to a right crop.
+    const std::array<unsigned, 8> planes[] = {{0, 64, 6, 2, 4, 0, 62, 2},
+                                              {0, 64, 6, 2, 4, 2, 31, 0},
+                                              {0, 64, 64, 0, 4, 2, 32, 28},
+                                              {PIXFMT_TWOPLANE_11, 16, 4, 3, 0, 1, 0, 0}};
+    for (const auto& c : planes) {
+        CVideoFrame frame(false, static_cast<int>(c[0]), c[1], c[2], true);
+        ASSERT_TRUE(frame.CropRightAndBottom(c[3], c[4]));
+        EXPECT_EQ(PlaneGeometry(frame, c[5]), (Geometry{c[6], 0, c[7]})) << c[0] << " " << c[5];
+    }
     // A new size lays the planes out again and drops the crop.
     CVideoFrame resized(false, PIXFMT_YUV420P, 16, 16, true);
     ASSERT_TRUE(resized.CropRightAndBottom(2, 2));
     resized.SetSize(16, 16);
-    unsigned w = 0;
-    resized.GetDimension(&w, nullptr);
-    EXPECT_EQ(w, 16u);
+    EXPECT_EQ(Dimension(resized), std::make_pair(16u, 16u));
     resized.SetSize(8, 6);
     EXPECT_EQ(resized.GetRequireSize(), 8u * 6 + 2 * 4 * 3);
 }
@@ -115,20 +114,16 @@ TEST(VideoFrame, CloneCopiesIntoOneAlignedBlock) {
 
     GVideoFrame* copy = source.Clone();
     ASSERT_NE(copy, nullptr);
-    EXPECT_EQ(copy->GetTimeStamp(), 77);
-    EXPECT_EQ(copy->GetDuration(), 5u);
-    unsigned second;
-    EXPECT_EQ(copy->GetDuplicatedCount(&second), 3u);
-    EXPECT_EQ(second, 4u);
-    EXPECT_TRUE(copy->IsInterlaced());
-    EXPECT_TRUE(copy->IsTopFieldFirst());
-    EXPECT_FALSE(copy->IsTopDown());
-    EXPECT_TRUE(copy->CanBeModified());
-    EXPECT_DOUBLE_EQ(copy->GetDAR(), 1.5);
-    void* data;
-    int length;
-    EXPECT_EQ(copy->GetBorderData(&data, &length), 6);
-    EXPECT_EQ(std::memcmp(data, border, 6), 0);
+    unsigned second = 0;
+    void* data = nullptr;
+    int length = 0;
+    const unsigned duplicated = copy->GetDuplicatedCount(&second);
+    const int borderLength = copy->GetBorderData(&data, &length);
+    EXPECT_EQ(std::make_tuple(copy->GetTimeStamp(), copy->GetDuration(), duplicated, second,
+                              copy->IsInterlaced(), copy->IsTopFieldFirst(), copy->IsTopDown(),
+                              copy->CanBeModified(), copy->GetDAR(), borderLength),
+              std::make_tuple(77, 5u, 3u, 4u, true, true, false, true, 1.5, 6));
+    EXPECT_EQ(std::string(static_cast<char*>(data), 6), "border");
 
     auto* copied = static_cast<CVideoFrame*>(copy);
     for (unsigned i = 0; i < 3; ++i) {
@@ -151,34 +146,29 @@ TEST(VideoFrame, CloneCopiesIntoOneAlignedBlock) {
     copied->Free();
 }
 
-TEST(VideoFrame, SubFrameAndInterfaces) {
+TEST(VideoFrame, SubFrameInterfacesBorderDataAndFree) {
     TestImage left({PIXFMT_BGRA32, 4, 2}, 4), right({PIXFMT_BGRA32, 4, 2}, 5);
     EXPECT_EQ(left.Frame().GetInterface("GSubVideoFrame"), nullptr);
     GVideoFrame* sub = left.Frame().CopySubsetFrame(&right.Frame());
     ASSERT_NE(sub, nullptr);
     EXPECT_EQ(left.Frame().GetInterface("GSubVideoFrame"), sub);
     EXPECT_EQ(left.Frame().GetInterface("other"), nullptr);
-
+    // A clone carries its own copy of the sub frame.
     GVideoFrame* copy = left.Frame().Clone();
     auto* copiedSub = static_cast<GVideoFrame*>(copy->GetInterface("GSubVideoFrame"));
     ASSERT_NE(copiedSub, nullptr);
     EXPECT_NE(copiedSub, sub);
     copy->Free();
-
     ReportWatch watch;
     EXPECT_EQ(left.Frame().GetInterface(nullptr), nullptr);
     EXPECT_EQ(watch.Count(), 1u);
     EXPECT_EQ(watch.LastMessage(), "fatal error:null pointer");
-}
 
-TEST(VideoFrame, BorderDataAndFree) {
     auto* frame = new CVideoFrame(false, PIXFMT_GRAY8, 4, 4, true);
     char bytes[] = {1, 2, 3};
     frame->SetBorderData(bytes, 3);
     frame->SetBorderData(nullptr, 5);  // ignored
-    void* data = nullptr;
-    int length = 0;
-    EXPECT_EQ(frame->GetBorderData(&data, &length), 3);
+    EXPECT_EQ(frame->GetBorderData(nullptr, nullptr), 3);
     frame->SetBorderData(bytes, -4);  // a negative length stores nothing
     EXPECT_EQ(frame->GetBorderData(nullptr, nullptr), 0);
     frame->Free();  // not a clone: still alive
