@@ -105,11 +105,17 @@ bool OnePassFits(GVideoFrame& source, GVideoFrame& target) {
         from.GetBufferCount() > OnePassCopy::kMaxPlanes) {
         return false;
     }
+    // A pass carries whole planes over, so a frame cropped at the bottom (whose copy stops at
+    // the crop) goes the copying way.
+    const auto whole = [](CVideoFrame& frame, unsigned i) {
+        const CVideoFrame::PlaneRecord* record = frame.GetBuffer(i);
+        unsigned rowBytes = 0, pitch = 0, rows = 0;
+        const unsigned char* data = frame.GetBuffer(i, &rowBytes, &pitch, &rows);
+        return record->data != nullptr && data == record->data && rows == record->rows;
+    };
     for (unsigned i = 0; i < from.GetBufferCount(); ++i) {
-        const CVideoFrame::PlaneRecord* a = from.GetBuffer(i);
-        const CVideoFrame::PlaneRecord* b = to.GetBuffer(i);
-        if (a->data == nullptr || b->data == nullptr || a->rows != b->rows ||
-            a->pitch != b->pitch) {
+        if (!whole(from, i) || !whole(to, i) || from.GetBuffer(i)->rows != to.GetBuffer(i)->rows ||
+            from.GetBuffer(i)->pitch != to.GetBuffer(i)->pitch) {
             return false;
         }
     }

@@ -8,7 +8,9 @@
 #include <gtest/gtest.h>
 
 #include <random>
+#include <tuple>
 
+#include "libfilter/libfilter.h"
 #include "support/TestFrame.h"
 
 using namespace MediaCore;
@@ -103,9 +105,46 @@ TEST(EveryEffect, ProcFrameGivesACopyChangedInPlace) {
             ASSERT_NE(result, nullptr) << served.name;
             EXPECT_EQ(AllBytes(result), AllBytes(copy.get()))
                 << served.name << " on " << ShapeName(shape) << (crop ? " cropped" : "");
+            // Into a frame of the host's, in one walk where the pitches agree: exactly what
+            // CopyVideoFrame and then the effect in place give.
+            FrameShape other = shape;
+            other.padding += i % 3 == 0 ? 5 : 0;
+            TestImage target(other, 99), expected(other, 99);
+            if (crop) {
+                target.Frame().CropRightAndBottom(shape.width / 3, 2);
+                expected.Frame().CropRightAndBottom(shape.width / 3, 2);
+            }
+            EXPECT_TRUE(
+                libfilter_ProcFrameInto(effect.p, &position, 0, &host.Frame(), &target.Frame()));
+            CopyVideoFrame(&expected.Frame(), &host.Frame());
+            effect.p->ProcFrameInPlace(&position, 0, &expected.Frame());
+            EXPECT_EQ(target.Snapshot(), expected.Snapshot()) << served.name;
             EXPECT_EQ(host.Snapshot(), before) << served.name << " on " << ShapeName(shape);
         }
     }
+}
+
+TEST(EveryEffect, ProcFrameIntoRefusesWhatItCannotWrite) {
+    FactoryEffect invert(AVPROCESSOR_INVERT);
+    TestImage frame({30, 4, 2}, 1), taller({30, 4, 3}, 1), planar({0, 4, 2}, 1);
+    ImagePostion position{};
+    const std::tuple<GVideoProcessor*, ImagePostion*, GVideoFrame*, GVideoFrame*> refused[] = {
+        {nullptr, &position, &frame.Frame(), &taller.Frame()},
+        {invert.p, nullptr, &frame.Frame(), &taller.Frame()},
+        {invert.p, &position, nullptr, &frame.Frame()},
+        {invert.p, &position, &frame.Frame(), nullptr},
+        {invert.p, &position, &frame.Frame(), &taller.Frame()},
+        {invert.p, &position, &frame.Frame(), &planar.Frame()}};
+    const std::vector<uint8_t> before = frame.Snapshot();
+    for (const auto& [effect, where, source, target] : refused) {
+        ReportWatch reports;
+        EXPECT_FALSE(libfilter_ProcFrameInto(effect, where, 0, source, target));
+        EXPECT_EQ(reports.Count(), 1u) << &effect - &std::get<0>(refused[0]);
+    }
+    EXPECT_EQ(frame.Snapshot(), before);
+    // A frame into itself is the effect in place.
+    EXPECT_TRUE(libfilter_ProcFrameInto(invert.p, &position, 0, &frame.Frame(), &frame.Frame()));
+    EXPECT_EQ(frame.Row(0, 0)[0], 255 - before[TestImage::kGuard]);
 }
 
 }  // namespace
