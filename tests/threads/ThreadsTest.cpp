@@ -26,27 +26,15 @@ const FrameShape kShapes[] = {
     {PIXFMT_YUVA420P, 33, 9, 0, false},
 };
 
-// Holds every thread until all have arrived, so their work overlaps.
-class StartLine {
-public:
-    explicit StartLine(unsigned threads) : waiting_(threads) {}
-    void Arrive() {
-        --waiting_;
-        while (waiting_.load() > 0)
-            std::this_thread::yield();
-    }
-
-private:
-    std::atomic<unsigned> waiting_;
-};
-
+// Runs work(t) on `count` threads that all start together, so their work overlaps.
 template <class Work>
 void OnThreads(unsigned count, Work work) {
-    StartLine start(count);
+    std::atomic<unsigned> waiting{count};
     std::vector<std::thread> threads;
     for (unsigned t = 0; t < count; ++t)
         threads.emplace_back([&, t] {
-            start.Arrive();
+            for (--waiting; waiting.load() > 0;)
+                std::this_thread::yield();
             work(t);
         });
     for (std::thread& thread : threads)
