@@ -1,5 +1,6 @@
 // The colour effects: brightness, contrast and saturation; gray, flip colour, invert and aged
-// film. Values worked by hand from the rules, texts and clamps, and the two that undo themselves.
+// film; the colour key and transparency, which change only alpha. Values worked by hand from the
+// rules, texts and clamps, and the effects that undo themselves.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -10,6 +11,18 @@
 
 using namespace MediaCore;
 using namespace testing_support;
+
+namespace {
+
+PropertyList Key(int scope, int colour) {
+    return {{"filter_scope", std::to_string(scope)}, {"filter_color", std::to_string(colour)}};
+}
+
+PropertyList Scale(const char* percent) {
+    return {{"transparency_scale", percent}};
+}
+
+}  // namespace
 
 // One packed pixel and one planar column (luma 0, 100 and 200, chroma U 200 and V 50, alpha 9
 // never touched). Brightness: packed table offset trunc(B x 2.55) + 127 against luma's
@@ -25,8 +38,11 @@ TEST(ColourEffects, WorkedValues) {
         uint8_t u, v;
     } cases[] = {
         // clang-format off
-        // 150 is held to 100: b = 382 makes every colour 255; luma moves by 127.
+        // 150 is held to 100: b = 382 makes every colour 255; luma moves by 127. A text that does
+        // not parse keeps the value before it.
         {kBC, {{"brightness", "150"}}, {0, 100, 200, 7}, {255, 255, 255, 7}, {127, 227, 255}, 200, 50},
+        {kBC, {{"brightness", "150"}, {"brightness", "bright"}}, {0, 100, 200, 7}, {255, 255, 255, 7},
+         {127, 227, 255}, 200, 50},
         // Contrast -100 is scale 0: everything lands on the offset.
         {kBC, {{"contrast", "-100"}}, {0, 100, 200, 7}, {127, 127, 127, 7}, {127, 127, 127}, 200, 50},
         {kBC, {{"brightness", "50"}, {"contrast", "-100"}}, {0, 100, 200, 7}, {254, 254, 254, 7},
@@ -82,21 +98,6 @@ TEST(ColourEffects, WorkedValues) {
     }
 }
 
-// The text stays as set, only its value is held; a text that does not parse keeps the value
-// before it (still 100: every colour 255).
-TEST(ColourEffects, BrightnessTextsAreKeptAndOnlyTheirValuesClamped) {
-    FactoryEffect effect(AVPROCESSOR_BRIGHTNESS_CONTRAST, {{"brightness", "150"}});
-    EXPECT_STREQ(effect.p->GetProperty("brightness", nullptr), "150");
-    EXPECT_TRUE(effect.p->SetProperty("brightness", "bright"));
-    TestImage image({PIXFMT_BGRA32, 4, 1}, 3);
-    std::vector<uint8_t> expected = image.Snapshot();
-    for (unsigned x = 0; x < 16; ++x) {
-        if (x % 4 != 3) expected[TestImage::kGuard + x] = 255;
-    }
-    effect.Run(image.Frame());
-    EXPECT_EQ(image.Snapshot(), expected);
-}
-
 // Invert and flip colour undo themselves, gray and aged film do not (their tint fills subsampled
 // chroma too). A one-plane frame posing as planar YUV has no chroma to change: only invert
 // touches it.
@@ -128,5 +129,78 @@ TEST(ColourEffects, SelfInversesAndLonePlanes) {
         lone.posedFormat = PIXFMT_YUV420P;
         effect.Run(lone);
         EXPECT_EQ(luma, std::vector<unsigned char>(32, id == AVPROCESSOR_INVERT ? 250 : 5)) << id;
+    }
+}
+
+// Colour keys and transparency change only alpha: byte 3 of a packed pixel, or the fourth plane.
+// Packed keys compare the whole 24-bit number; planar ones each channel with the key's YUV (red's
+// is Y 81, U 90, V 239; black's 16, 128, 128). A transparency scale of 50 is a factor of 128, 200
+// one of 512 (alphas wrap); setting any other property converts the factor again: 50 makes 128,
+// then 327.
+TEST(AlphaEffects, WorkedValues) {
+    const std::vector<int> packed = {30}, planar = {35, 90}, both = {30, 35, 90};
+    constexpr unsigned kKey = AVPROCESSOR_COLOR_FILTER, kTr = AVPROCESSOR_TRANSPARENCY;
+    const struct {
+        unsigned id;
+        PropertyList settings;
+        const std::vector<int>& formats;
+        uint8_t c0, c1, c2, alpha, expected;  // c0, c1, c2: blue, green, red or Y, U, V
+    } cases[] = {
+        // clang-format off
+        {kKey, Key(0, 0x00FF00), packed, 0, 255, 0, 200, 0},
+        {kKey, Key(0, 0x00FF00), packed, 1, 255, 0, 200, 200},
+        {kKey, Key(0, 0x00FF00), packed, 0, 255, 0x40, 200, 200},
+        {kKey, Key(1, 0x000000), packed, 0, 0, 0, 200, 200},
+        {kKey, Key(1, 0x808080), packed, 0xFF, 0xFF, 0x7F, 200, 0},
+        {kKey, Key(1, 0x808080), packed, 0xFF, 0xFF, 0x3F, 200, 200},
+        {kKey, Key(1, 0x808080), packed, 0x80, 0x80, 0x82, 200, 200},
+        {kKey, Key(256, 0x000100), packed, 0, 0, 0, 200, 200},
+        {kKey, Key(0, 0xFF0000), planar, 81, 90, 239, 99, 0},
+        {kKey, Key(0, 0xFF0000), planar, 82, 90, 239, 99, 99},
+        {kKey, Key(1, 0xFF0000), planar, 80, 91, 240, 99, 0},
+        {kKey, Key(1, 0x000000), planar, 17, 127, 129, 99, 0},
+        {kKey, Key(1, 0x000000), planar, 16, 128, 130, 99, 99},
+        {kTr, Scale("100"), both, 1, 2, 3, 200, 200},
+        {kTr, Scale("50"), both, 1, 2, 3, 255, 127},
+        {kTr, Scale("200"), both, 1, 2, 3, 200, 144},
+        {kTr, Scale("0"), both, 1, 2, 3, 99, 99},
+        {kTr, {{"transparency_scale", "50"}, {"duration", "3"}}, both, 1, 2, 3, 100, 127},
+        // clang-format on
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << testing::PrintToString(c.settings) << " on " << int(c.c0)
+                                        << " " << int(c.c1) << " " << int(c.c2));
+        for (int format : c.formats) {
+            TestImage image({format, 2, 2}, 4);
+            const uint8_t in[] = {c.c0, c.c1, c.c2, c.alpha};
+            const unsigned planes = format == 30 ? 1 : 4;
+            auto sample = [&](unsigned i) -> uint8_t& {
+                return planes == 1 ? image.Row(0, 0)[i] : image.Row(i, 0)[0];
+            };
+            for (unsigned i = 0; i < 4; ++i)
+                sample(i) = in[i];
+            FactoryEffect(FindServedEffect(c.id)->Create(), c.settings).Run(image.Frame());
+            for (unsigned i = 0; i < 4; ++i)
+                EXPECT_EQ(sample(i), i == 3 ? c.expected : in[i]) << format << " sample " << i;
+        }
+    }
+}
+
+// A key only ever clears alpha: every byte it changes becomes 0, even for keys that catch a good
+// share of random pixels.
+TEST(AlphaEffects, ColourKeysOnlyClearAlpha) {
+    for (const auto& [scope, colour] :
+         {std::pair{60, 0x808080}, {0x40, 0x408020}, {0x40, 0x808080}}) {
+        FactoryEffect effect(FindServedEffect(AVPROCESSOR_COLOR_FILTER)->Create(),
+                             Key(scope, colour));
+        for (int format : {30, 35, 90}) {
+            TestImage image({format, 19, 7, 2}, 6);
+            const std::vector<uint8_t> before = image.Snapshot();
+            effect.Run(image.Frame());
+            const std::vector<uint8_t> after = image.Snapshot();
+            EXPECT_NE(after, before) << format;
+            for (size_t i = 0; i < after.size(); ++i)
+                ASSERT_TRUE(after[i] == before[i] || after[i] == 0) << format << " byte " << i;
+        }
     }
 }

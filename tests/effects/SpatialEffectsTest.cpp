@@ -1,8 +1,11 @@
-// Mosaic: worked cases, vector forms and repeats on random frames, odd plane geometry.
+// Mirror, mosaic and mirage: worked cases, mirrors undoing themselves, mosaics of mosaics, odd
+// plane geometry, and the mirage's weights and positions.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 
+#include "libfilter/DirectEffects.h"
 #include "libfilter/MosaicEffect.h"
 #include "libfilter/libfilter.h"
 #include "support/TestFrame.h"
@@ -11,6 +14,22 @@ using namespace MediaCore;
 using namespace testing_support;
 
 namespace {
+
+struct Flags {
+    const char *mirror, *vertical;
+};
+
+FactoryEffect Mirror(Flags flags) {
+    return FactoryEffect(AVPROCESSOR_REVERSE,
+                         {{"mirror", flags.mirror}, {"vertical", flags.vertical}});
+}
+
+std::vector<uint8_t> Iota(size_t count) {
+    std::vector<uint8_t> v(count);
+    for (size_t i = 0; i < count; ++i)
+        v[i] = static_cast<uint8_t>(1 + i);
+    return v;
+}
 
 const std::vector<int> kFormats = {PIXFMT_BGRA32, 0, 4, 6, 7, 12, 13, 35, 90};
 
@@ -41,7 +60,66 @@ std::pair<uint32_t, uint32_t> Shown(const FrameShape& shape, bool crop) {
     return {shape.width - (cut ? shape.width / 3 : 0), shape.height - (cut ? 2 : 0)};
 }
 
+PropertyList Settings(unsigned width, unsigned alpha) {
+    return {{"mirage_width", std::to_string(int(width))},
+            {"mirage_alpha", std::to_string(int(alpha))}};
+}
+
 }  // namespace
+
+// Every plane holds bytes 1, 2, 3, ... row after row at `pitch`; rowBytes 0: the layout's own.
+TEST(Mirror, WorkedCases) {
+    const struct {
+        const char* name;
+        int format;
+        unsigned width, height, rowBytes, pitch;
+        Flags flags;
+        std::vector<uint8_t> expected;  // in every plane
+    } cases[] = {
+        // clang-format off
+        {"value 2 is off", 90, 3, 3, 0, 3, {"2", "2"}, Iota(9)},
+        {"both on keep the middle row and column", 90, 3, 3, 0, 3, {"1", "1"},
+         {9, 2, 7, 4, 5, 6, 3, 8, 1}},
+        {"3-pixel row", 30, 3, 1, 0, 12, {"1", "0"}, {9, 10, 11, 12, 5, 6, 7, 8, 1, 2, 3, 4}},
+        {"7-byte row holds one pixel", 30, 1, 2, 7, 7, {"1", "0"}, Iota(14)},
+        {"vertical moves whole pixels, the tail stays", 30, 1, 2, 7, 7, {"0", "1"},
+         {8, 9, 10, 11, 5, 6, 7, 1, 2, 3, 4, 12, 13, 14}},
+        {"one row under vertical", 30, 2, 1, 0, 8, {"0", "1"}, Iota(8)},
+        {"both on 2x2 turns half round", 30, 2, 2, 0, 8, {"1", "1"},
+         {13, 14, 15, 16, 9, 10, 11, 12, 5, 6, 7, 8, 1, 2, 3, 4}},
+        // clang-format on
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        CVideoFrame frame(false, c.format, c.width, c.height, true);
+        std::vector<std::vector<uint8_t>> planes(frame.GetBufferCount(), Iota(c.expected.size()));
+        std::vector<unsigned char*> data;
+        for (auto& bytes : planes)
+            data.push_back(bytes.data());
+        std::vector<int> pitches(planes.size(), static_cast<int>(c.pitch));
+        frame.SetBuffer(data.data(), pitches.data(), nullptr);
+        if (c.rowBytes != 0) frame.GetBuffer(0u)->rowBytes = c.rowBytes;
+        Mirror(c.flags).Run(frame);
+        for (const auto& bytes : planes)
+            EXPECT_EQ(bytes, c.expected);
+    }
+}
+
+// Any mirror undoes itself, on every format.
+TEST(Mirror, UndoesItself) {
+    const std::vector<FrameShape> shapes =
+        KernelShapes({PIXFMT_BGRA32, 0, 4, 6, 7, 12, 13, 35, 90});
+    for (Flags flags : {Flags{"1", "0"}, {"0", "1"}, {"1", "1"}}) {
+        FactoryEffect effect = Mirror(flags);
+        for (size_t i = 0; i < shapes.size(); i += 7) {
+            TestImage image(shapes[i], 9);
+            const std::vector<uint8_t> before = image.Snapshot();
+            effect.Run(image.Frame());
+            effect.Run(image.Frame());
+            EXPECT_EQ(image.Snapshot(), before) << ShapeName(shapes[i]) << flags.mirror;
+        }
+    }
+}
 
 // Each case maps every sample (x, y) of a plane to the original sample it takes.
 TEST(Mosaic, WorkedCases) {
@@ -157,4 +235,51 @@ TEST(Mosaic, UnusualGeometryStaysInsideThePlanes) {
     mosaic->MosaicRgba32Effect(packed.data(), 64, 8 * 4, 3);
     mosaic->MosaicRgba32Effect(nullptr, 64, 8 * 4, 3);
     EXPECT_EQ(packed, std::vector<uint8_t>(8 * 4 * 3, 7));
+}
+
+TEST(Mirage, WorkedWeightsAndPositionsOnAFullHdRow) {
+    // Width 10 on 1920 columns: column 0 takes column 45, the last takes column 1872.
+    for (auto [alpha, first, last] : {std::tuple{10u, 63, 191}, {0u, 50, 204}, {100u, 178, 76}}) {
+        TestImage image({30, 1920, 1}, 1);
+        uint8_t* row = image.Row(0, 0);
+        std::fill(row, row + 4 * 1920, 0);
+        std::fill(row + 4 * 1919, row + 4 * 1920, 255);
+        std::fill(row + 4 * 45, row + 4 * 46, 255);
+        row[4 * 45 + 3] = 9;
+        FactoryEffect(new CMirageVideoImageEffect(), Settings(10, alpha)).Run(image.Frame());
+        EXPECT_EQ(row[0], first) << alpha;
+        EXPECT_EQ(row[3], 9);  // the magnified copy's alpha
+        EXPECT_EQ(row[4 * 1919], last) << alpha;
+    }
+}
+
+TEST(Mirage, SubsampledChromaIsBlendedOncePerLumaPixel) {
+    FactoryEffect effect(new CMirageVideoImageEffect(), Settings(10, 100));
+    // A chroma column of 255 magnifies one column to the right: 255 blended toward 0 four
+    // times in 4:2:0 (178, 124, 86, 60), once in 4:4:4.
+    for (auto [format, column, expected] : {std::tuple{0, 18u, 60}, {90, 37u, 178}}) {
+        TestImage image({format, 40, 40}, 2);
+        const unsigned size = image.RowBytes(1);
+        for (unsigned y = 0; y < image.Rows(1); ++y) {
+            std::fill(image.Row(1, y), image.Row(1, y) + size, 0);
+            image.Row(1, y)[column] = 255;
+        }
+        effect.Run(image.Frame());
+        EXPECT_EQ(image.Row(1, image.Rows(1) - 1)[size - 1], expected) << format;
+    }
+}
+
+// In range, and past it only in width, the ghost shows on every format it reads.
+TEST(Mirage, ChangesEveryFormat) {
+    FactoryEffect effect(new CMirageVideoImageEffect());
+    for (auto [width, alpha] :
+         {std::pair{10u, 10u}, {37u, 0u}, {1u, 100u}, {300u, 55u}, {5000u, 70u}}) {
+        ASSERT_TRUE(effect.Set(Settings(width, alpha)));
+        for (int format : {30, 0, 4, 6, 7, 12, 13, 35, 90}) {
+            TestImage image({format, 33, 9, 3}, 5);
+            const std::vector<uint8_t> before = image.Snapshot();
+            effect.Run(image.Frame());
+            EXPECT_NE(image.Snapshot(), before) << format << " " << width << " " << alpha;
+        }
+    }
 }

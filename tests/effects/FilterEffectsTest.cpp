@@ -1,6 +1,8 @@
-// Emboss: worked bytes, flat frames, host kernels.
+// Blur, sharpen and emboss, the 3x3 filters: worked planes, flat frames, host kernels.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstring>
 #include <tuple>
 
 #include "core/Planes.h"
@@ -11,6 +13,19 @@ using namespace MediaCore;
 using namespace testing_support;
 
 namespace {
+
+struct Filter {
+    AVProcessorID id;
+    const char* property;
+} const kFilters[] = {{AVPROCESSOR_GAUSS_BLUR, "blur_count"},
+                      {AVPROCESSOR_LAPLACIAN_SHARPEN, "sharpen_count"}};
+
+// `count` zeros but for `value` at `at`.
+std::vector<uint8_t> Dot(size_t count, size_t at, uint8_t value) {
+    std::vector<uint8_t> bytes(count, 0);
+    bytes[at] = value;
+    return bytes;
+}
 
 FactoryEffect Emboss(const char* level = nullptr) {
     return FactoryEffect(AVPROCESSOR_EMBOSS,
@@ -32,6 +47,60 @@ void SpyComponent(unsigned char* p, int w, unsigned pitch, unsigned h, unsigned 
 }
 
 }  // namespace
+
+// Plane 0 row after row from the top, `in.size() / height` bytes a row; no `out`: unchanged.
+TEST(BlurSharpen, WorkedPlanes) {
+    const struct {
+        int filter, format;
+        unsigned width, height, declaredBytes;  // declaredBytes: a row narrower than the frame's
+        std::vector<uint8_t> in, out;
+    } cases[] = {
+        // clang-format off
+        // A 3-row plane gets one filtered row; in a 4-row one row 2 repeats row 1 (not its own 24).
+        {0, 90, 3, 3, 0, {9, 9, 9, 0, 160, 0, 0, 0, 0}, {9, 9, 9, 0, 42, 0, 0, 0, 0}},
+        {0, 90, 3, 4, 0, {0, 16, 0, 0, 32, 0, 0, 48, 0, 0, 64, 0},
+                         {0, 16, 0, 0, 16, 0, 0, 16, 0, 0, 64, 0}},
+        {1, 90, 3, 5, 0, Dot(15, 7, 200), Dot(15, 7, 255)},
+        {1, 90, 2, 4, 0, {1, 200, 0, 90, 255, 3, 7, 7}, {}},
+        // Packed alpha is filtered like colour; an 11-byte packed row is under three pixels.
+        {0, 30, 3, 3, 0, Dot(36, 19, 160), Dot(36, 19, 40)},
+        {1, 30, 3, 3, 11, Dot(36, 7, 200), {}},
+        // clang-format on
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.filter << " on " << c.width << "x" << c.height);
+        TestImage image({c.format, c.width, c.height, 2}, 5);
+        if (c.declaredBytes != 0) image.Frame().GetBuffer(0u)->rowBytes = c.declaredBytes;
+        const size_t row = c.in.size() / c.height;
+        for (unsigned y = 0; y < c.height; ++y)
+            std::copy_n(c.in.begin() + y * row, row, image.Row(0, y));
+        const std::vector<uint8_t> before = image.Snapshot();
+        FactoryEffect(kFilters[c.filter].id).Run(image.Frame());
+        std::vector<uint8_t> got;
+        for (unsigned y = 0; y < c.height; ++y)
+            got.insert(got.end(), image.Row(0, y), image.Row(0, y) + row);
+        EXPECT_TRUE(c.out.empty() ? image.Snapshot() == before : got == c.out);
+    }
+}
+
+// Both kernels keep a flat picture flat (their weights sum to one), whatever the pass count.
+TEST(BlurSharpen, FlatStaysFlatOnEveryFormat) {
+    for (const Filter& f : kFilters) {
+        for (const char* passes : {"1", "3"}) {
+            FactoryEffect effect(f.id, {{f.property, passes}});
+            for (int format : {0, 4, 6, 7, 12, 13, 35, 90, 30}) {
+                TestImage image({format, 23, 9, 3, true}, 1);
+                for (unsigned p = 0; p < image.PlaneCount(); ++p) {
+                    for (unsigned y = 0; y < image.Rows(p); ++y)
+                        std::memset(image.Row(p, y), 90 + 7 * p, image.RowBytes(p));
+                }
+                const std::vector<uint8_t> before = image.Snapshot();
+                effect.Run(image.Frame());
+                EXPECT_EQ(image.Snapshot(), before) << f.property << "=" << passes << " " << format;
+            }
+        }
+    }
+}
 
 TEST(Emboss, WorkedBytes) {
     struct Case {
