@@ -30,6 +30,8 @@ PropertyList Scale(const char* percent) {
 // trunc((S + 100) x 5.12) about the pixel's mean, or about 127 for chroma; all in 256ths.
 TEST(ColourEffects, WorkedValues) {
     constexpr unsigned kBC = AVPROCESSOR_BRIGHTNESS_CONTRAST;
+    const std::array<uint8_t, 4> P = {0, 100, 200, 7};  // the usual pixel
+    const std::array<uint8_t, 3> L = {0, 100, 200};     // the luma, where it is kept
     const struct {
         unsigned id;
         PropertyList settings;
@@ -40,30 +42,30 @@ TEST(ColourEffects, WorkedValues) {
         // clang-format off
         // 150 is held to 100: b = 382 makes every colour 255; luma moves by 127. A text that does
         // not parse keeps the value before it.
-        {kBC, {{"brightness", "150"}}, {0, 100, 200, 7}, {255, 255, 255, 7}, {127, 227, 255}, 200, 50},
-        {kBC, {{"brightness", "150"}, {"brightness", "bright"}}, {0, 100, 200, 7}, {255, 255, 255, 7},
+        {kBC, {{"brightness", "150"}}, P, {255, 255, 255, 7}, {127, 227, 255}, 200, 50},
+        {kBC, {{"brightness", "150"}, {"brightness", "bright"}}, P, {255, 255, 255, 7},
          {127, 227, 255}, 200, 50},
         // Contrast -100 is scale 0: everything lands on the offset.
-        {kBC, {{"contrast", "-100"}}, {0, 100, 200, 7}, {127, 127, 127, 7}, {127, 127, 127}, 200, 50},
-        {kBC, {{"brightness", "50"}, {"contrast", "-100"}}, {0, 100, 200, 7}, {254, 254, 254, 7},
+        {kBC, {{"contrast", "-100"}}, P, {127, 127, 127, 7}, {127, 127, 127}, 200, 50},
+        {kBC, {{"brightness", "50"}, {"contrast", "-100"}}, P, {254, 254, 254, 7},
          {190, 190, 190}, 200, 50},
         // Saturation -50 is scale 256, -100 scale 0 (the mean; chroma 127), 100 scale 1024.
-        {kBC, {{"saturation", "-50"}}, {0, 100, 200, 7}, {0, 100, 200, 7}, {0, 100, 200}, 200, 50},
-        {kBC, {{"saturation", "-100"}}, {0, 100, 200, 7}, {100, 100, 100, 7}, {0, 100, 200}, 127, 127},
-        {kBC, {{"saturation", "-100"}}, {255, 255, 254, 1}, {254, 254, 254, 1}, {0, 100, 200}, 127, 127},
-        {kBC, {{"saturation", "100"}}, {100, 110, 120, 9}, {70, 110, 150, 9}, {0, 100, 200}, 255, 0},
+        {kBC, {{"saturation", "-50"}}, P, P, L, 200, 50},
+        {kBC, {{"saturation", "-100"}}, P, {100, 100, 100, 7}, L, 127, 127},
+        {kBC, {{"saturation", "-100"}}, {255, 255, 254, 1}, {254, 254, 254, 1}, L, 127, 127},
+        {kBC, {{"saturation", "100"}}, {100, 110, 120, 9}, {70, 110, 150, 9}, L, 255, 0},
         // Infinities are out of range like any other value: held to 100 or -100.
-        {kBC, {{"brightness", "inf"}}, {0, 100, 200, 7}, {255, 255, 255, 7}, {127, 227, 255}, 200, 50},
-        {kBC, {{"contrast", "-1e999"}}, {0, 100, 200, 7}, {127, 127, 127, 7}, {127, 127, 127}, 200, 50},
-        {kBC, {{"saturation", "-inf"}}, {0, 100, 200, 7}, {100, 100, 100, 7}, {0, 100, 200}, 127, 127},
+        {kBC, {{"brightness", "inf"}}, P, {255, 255, 255, 7}, {127, 227, 255}, 200, 50},
+        {kBC, {{"contrast", "-1e999"}}, P, {127, 127, 127, 7}, {127, 127, 127}, 200, 50},
+        {kBC, {{"saturation", "-inf"}}, P, {100, 100, 100, 7}, L, 127, 127},
         // Gray's mean truncates; it and aged film fill chroma with their tint, 127 not 128.
-        {AVPROCESSOR_GRAY, {}, {255, 255, 254, 9}, {254, 254, 254, 9}, {0, 100, 200}, 127, 127},
+        {AVPROCESSOR_GRAY, {}, {255, 255, 254, 9}, {254, 254, 254, 9}, L, 127, 127},
         // Aged film lifts every mean below 36 to 35: red 35, green 20, blue 0.
-        {AVPROCESSOR_AGED_FILM, {}, {0, 0, 0, 77}, {0, 20, 35, 77}, {0, 100, 200}, 117, 136},
-        {AVPROCESSOR_AGED_FILM, {}, {35, 36, 36, 5}, {0, 20, 35, 5}, {0, 100, 200}, 117, 136},
-        {AVPROCESSOR_AGED_FILM, {}, {36, 36, 37, 5}, {1, 21, 36, 5}, {0, 100, 200}, 117, 136},
-        {AVPROCESSOR_AGED_FILM, {}, {255, 255, 255, 1}, {220, 240, 255, 1}, {0, 100, 200}, 117, 136},
-        {AVPROCESSOR_FLIP_COLOR, {}, {1, 2, 3, 4}, {3, 2, 1, 4}, {0, 100, 200}, 50, 200},
+        {AVPROCESSOR_AGED_FILM, {}, {0, 0, 0, 77}, {0, 20, 35, 77}, L, 117, 136},
+        {AVPROCESSOR_AGED_FILM, {}, {35, 36, 36, 5}, {0, 20, 35, 5}, L, 117, 136},
+        {AVPROCESSOR_AGED_FILM, {}, {36, 36, 37, 5}, {1, 21, 36, 5}, L, 117, 136},
+        {AVPROCESSOR_AGED_FILM, {}, {255, 255, 255, 1}, {220, 240, 255, 1}, L, 117, 136},
+        {AVPROCESSOR_FLIP_COLOR, {}, {1, 2, 3, 4}, {3, 2, 1, 4}, L, 50, 200},
         {AVPROCESSOR_INVERT, {}, {10, 20, 30, 40}, {245, 235, 225, 40}, {255, 155, 55}, 55, 205},
         // clang-format on
     };

@@ -14,11 +14,8 @@ using namespace testing_support;
 
 namespace {
 
-struct Filter {
-    AVProcessorID id;
-    const char* property;
-} const kFilters[] = {{AVPROCESSOR_GAUSS_BLUR, "blur_count"},
-                      {AVPROCESSOR_LAPLACIAN_SHARPEN, "sharpen_count"}};
+constexpr unsigned kBlur = AVPROCESSOR_GAUSS_BLUR, kSharpen = AVPROCESSOR_LAPLACIAN_SHARPEN,
+                   kEmboss = AVPROCESSOR_EMBOSS;
 
 // `count` zeros but for `value` at `at`.
 std::vector<uint8_t> Dot(size_t count, size_t at, uint8_t value) {
@@ -27,13 +24,8 @@ std::vector<uint8_t> Dot(size_t count, size_t at, uint8_t value) {
     return bytes;
 }
 
-FactoryEffect Emboss(const char* level = nullptr) {
-    return FactoryEffect(AVPROCESSOR_EMBOSS,
-                         level ? PropertyList{{"emboss_level", level}} : PropertyList{});
-}
-
-std::vector<uint8_t> Bytes(const uint8_t* p, size_t n) {
-    return {p, p + n};
+PropertyList Level(const char* level) {
+    return {{"emboss_level", level}};
 }
 
 // What a kernel was called with: pixels, width, pitch, rows, level.
@@ -49,33 +41,48 @@ void SpyComponent(unsigned char* p, int w, unsigned pitch, unsigned h, unsigned 
 }  // namespace
 
 // Plane 0 row after row from the top, `in.size() / height` bytes a row; no `out`: unchanged.
-TEST(BlurSharpen, WorkedPlanes) {
+TEST(Filters, WorkedPlanes) {
     const struct {
-        int filter, format;
+        unsigned id;
+        PropertyList settings;
+        int format;
         unsigned width, height, declaredBytes;  // declaredBytes: a row narrower than the frame's
         std::vector<uint8_t> in, out;
     } cases[] = {
         // clang-format off
         // A 3-row plane gets one filtered row; in a 4-row one row 2 repeats row 1 (not its own 24).
-        {0, 90, 3, 3, 0, {9, 9, 9, 0, 160, 0, 0, 0, 0}, {9, 9, 9, 0, 42, 0, 0, 0, 0}},
-        {0, 90, 3, 4, 0, {0, 16, 0, 0, 32, 0, 0, 48, 0, 0, 64, 0},
-                         {0, 16, 0, 0, 16, 0, 0, 16, 0, 0, 64, 0}},
-        {1, 90, 3, 5, 0, Dot(15, 7, 200), Dot(15, 7, 255)},
-        {1, 90, 2, 4, 0, {1, 200, 0, 90, 255, 3, 7, 7}, {}},
+        {kBlur, {}, 90, 3, 3, 0, {9, 9, 9, 0, 160, 0, 0, 0, 0}, {9, 9, 9, 0, 42, 0, 0, 0, 0}},
+        {kBlur, {}, 90, 3, 4, 0, {0, 16, 0, 0, 32, 0, 0, 48, 0, 0, 64, 0},
+                                 {0, 16, 0, 0, 16, 0, 0, 16, 0, 0, 64, 0}},
+        {kSharpen, {}, 90, 3, 5, 0, Dot(15, 7, 200), Dot(15, 7, 255)},
+        {kSharpen, {}, 90, 2, 4, 0, {1, 200, 0, 90, 255, 3, 7, 7}, {}},
         // Packed alpha is filtered like colour; an 11-byte packed row is under three pixels.
-        {0, 30, 3, 3, 0, Dot(36, 19, 160), Dot(36, 19, 40)},
-        {1, 30, 3, 3, 11, Dot(36, 7, 200), {}},
+        {kBlur, {}, 30, 3, 3, 0, Dot(36, 19, 160), Dot(36, 19, 40)},
+        {kSharpen, {}, 30, 3, 3, 11, Dot(36, 7, 200), {}},
+        // Emboss at its default 5: 110 under 100 is 178, 100 under 110 is 78, 100 under 140 is
+        // below 0: 255 in a plane, 0 in a packed channel. Packed alpha stays.
+        {kEmboss, {}, 90, 3, 2, 0, {100, 110, 140, 110, 100, 100}, {100, 110, 140, 178, 78, 255}},
+        {kEmboss, {}, 30, 1, 2, 0, {100, 110, 140, 7, 110, 100, 100, 9},
+                                   {100, 110, 140, 7, 178, 78, 0, 9}},
+        {kEmboss, Level("-1"), 90, 3, 2, 0, {100, 110, 140, 110, 100, 100},
+                                            {100, 110, 140, 118, 138, 168}},
+        // 255 x 16843009 is 2^32 - 1: the plane's product wraps back into range.
+        {kEmboss, Level("16843009"), 90, 3, 2, 0, {0, 255, 0, 255, 0, 1},
+                                                  {0, 255, 0, 127, 129, 255}},
+        {kEmboss, Level("0"), 30, 1, 2, 0, {0, 255, 9, 1, 255, 0, 9, 2},
+                                           {0, 255, 9, 1, 128, 128, 128, 2}},
+        {kEmboss, Level("0"), 90, 3, 2, 0, {0, 255, 9, 255, 0, 9}, {0, 255, 9, 128, 128, 128}},
         // clang-format on
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.filter << " on " << c.width << "x" << c.height);
+        SCOPED_TRACE(testing::Message() << c.id << " on " << c.width << "x" << c.height);
         TestImage image({c.format, c.width, c.height, 2}, 5);
         if (c.declaredBytes != 0) image.Frame().GetBuffer(0u)->rowBytes = c.declaredBytes;
         const size_t row = c.in.size() / c.height;
         for (unsigned y = 0; y < c.height; ++y)
             std::copy_n(c.in.begin() + y * row, row, image.Row(0, y));
         const std::vector<uint8_t> before = image.Snapshot();
-        FactoryEffect(kFilters[c.filter].id).Run(image.Frame());
+        FactoryEffect(c.id, c.settings).Run(image.Frame());
         std::vector<uint8_t> got;
         for (unsigned y = 0; y < c.height; ++y)
             got.insert(got.end(), image.Row(0, y), image.Row(0, y) + row);
@@ -83,63 +90,39 @@ TEST(BlurSharpen, WorkedPlanes) {
     }
 }
 
-// Both kernels keep a flat picture flat (their weights sum to one), whatever the pass count.
-TEST(BlurSharpen, FlatStaysFlatOnEveryFormat) {
-    for (const Filter& f : kFilters) {
-        for (const char* passes : {"1", "3"}) {
-            FactoryEffect effect(f.id, {{f.property, passes}});
-            for (int format : {0, 4, 6, 7, 12, 13, 35, 90, 30}) {
-                TestImage image({format, 23, 9, 3, true}, 1);
-                for (unsigned p = 0; p < image.PlaneCount(); ++p) {
-                    for (unsigned y = 0; y < image.Rows(p); ++y)
-                        std::memset(image.Row(p, y), 90 + 7 * p, image.RowBytes(p));
-                }
-                const std::vector<uint8_t> before = image.Snapshot();
-                effect.Run(image.Frame());
-                EXPECT_EQ(image.Snapshot(), before) << f.property << "=" << passes << " " << format;
+// Flat pictures: blur and sharpen keep them (their weights sum to one) whatever the pass count;
+// emboss, whatever the level, makes planes 0 to 2 mid-gray below their first row, each row's
+// difference to the one above being 0 (packed alpha and a fourth plane stay).
+TEST(Filters, FlatFrames) {
+    const std::pair<unsigned, PropertyList> settings[] = {{kBlur, {{"blur_count", "1"}}},
+                                                          {kBlur, {{"blur_count", "3"}}},
+                                                          {kSharpen, {{"sharpen_count", "1"}}},
+                                                          {kSharpen, {{"sharpen_count", "3"}}},
+                                                          {kEmboss, Level("5")},
+                                                          {kEmboss, Level("0")},
+                                                          {kEmboss, Level("-3")},
+                                                          {kEmboss, Level("16843009")},
+                                                          {kEmboss, Level("-2147483648")}};
+    for (const auto& [id, list] : settings) {
+        FactoryEffect effect(id, list);
+        for (int format : {0, 4, 6, 7, 12, 13, 35, 90, 30}) {
+            SCOPED_TRACE(testing::Message() << testing::PrintToString(list) << " on " << format);
+            TestImage image({format, 23, 9, 3}, 1);
+            for (unsigned p = 0; p < image.PlaneCount(); ++p) {
+                for (unsigned y = 0; y < image.Rows(p); ++y)
+                    std::memset(image.Row(p, y), 77, image.RowBytes(p));
             }
-        }
-    }
-}
-
-TEST(Emboss, WorkedBytes) {
-    struct Case {
-        int format;
-        const char* level;
-        std::vector<uint8_t> above, row, expected;
-    } const cases[] = {
-        {90, nullptr, {100, 110, 140}, {110, 100, 100}, {178, 78, 255}},
-        {30, nullptr, {100, 110, 140, 7}, {110, 100, 100, 9}, {178, 78, 0, 9}},
-        {90, "-1", {100, 110, 140}, {110, 100, 100}, {118, 138, 168}},
-        // 255 x 16843009 is 2^32 - 1: the plane's product wraps back into range.
-        {90, "16843009", {0, 255, 0}, {255, 0, 1}, {127, 129, 255}},
-        {30, "0", {0, 255, 9, 1}, {255, 0, 9, 2}, {128, 128, 128, 2}},
-        {90, "0", {0, 255, 9}, {255, 0, 9}, {128, 128, 128}},
-    };
-    for (const Case& c : cases) {
-        TestImage image({c.format, c.format == 30 ? 1u : 3u, 2}, 4);
-        std::copy(c.above.begin(), c.above.end(), image.Row(0, 0));
-        std::copy(c.row.begin(), c.row.end(), image.Row(0, 1));
-        Emboss(c.level).Run(image.Frame());
-        EXPECT_EQ(Bytes(image.Row(0, 1), c.row.size()), c.expected);
-        EXPECT_EQ(Bytes(image.Row(0, 0), c.row.size()), c.above);
-    }
-}
-
-// Whatever the level, a flat picture becomes flat mid-gray below its first row (packed alpha
-// kept): each row's difference to the one above is 0.
-TEST(Emboss, FlatFramesBecomeMidGray) {
-    for (const char* level : {"5", "0", "-3", "16843009", "-2147483648"}) {
-        FactoryEffect effect = Emboss(level);
-        for (int format : {0, 90, 30}) {
-            TestImage image({format, 6, 3, 2}, 1);
-            for (unsigned y = 0; y < 3; ++y)
-                std::fill_n(image.Row(0, y), image.RowBytes(0), 77);
             effect.Run(image.Frame());
-            for (unsigned x = 0; x < image.RowBytes(0); ++x) {
-                EXPECT_EQ(image.Row(0, 0)[x], 77);
-                EXPECT_EQ(image.Row(0, 2)[x], format == 30 && x % 4 == 3 ? 77 : 128) << level;
+            for (unsigned p = 0; p < image.PlaneCount(); ++p) {
+                for (unsigned y = 0; y < image.Rows(p); ++y) {
+                    for (unsigned x = 0; x < image.RowBytes(p); ++x) {
+                        const bool mid =
+                            id == kEmboss && p < 3 && y > 0 && !(format == 30 && x % 4 == 3);
+                        ASSERT_EQ(image.Row(p, y)[x], mid ? 128 : 77) << p << " " << x << "," << y;
+                    }
+                }
             }
+            EXPECT_TRUE(image.GuardsIntact());
         }
     }
 }
@@ -154,7 +137,7 @@ TEST(Emboss, HostKernelsTakeOverAndEmptyPlanesNeverReachThem) {
     cropped.Frame().CropRightAndBottom(0, 2);  // one luma row, no chroma rows
     const std::vector<uint8_t> before = packed.Snapshot();
     g_calls.clear();
-    FactoryEffect effect = Emboss("-3");
+    FactoryEffect effect(kEmboss, Level("-3"));
     for (TestImage* image : {&packed, &planar, &cropped})
         effect.Run(image->Frame());
     emboss_effect_rgba32 = rgba32;

@@ -105,22 +105,6 @@ TEST(Mirror, WorkedCases) {
     }
 }
 
-// Any mirror undoes itself, on every format.
-TEST(Mirror, UndoesItself) {
-    const std::vector<FrameShape> shapes =
-        KernelShapes({PIXFMT_BGRA32, 0, 4, 6, 7, 12, 13, 35, 90});
-    for (Flags flags : {Flags{"1", "0"}, {"0", "1"}, {"1", "1"}}) {
-        FactoryEffect effect = Mirror(flags);
-        for (size_t i = 0; i < shapes.size(); i += 7) {
-            TestImage image(shapes[i], 9);
-            const std::vector<uint8_t> before = image.Snapshot();
-            effect.Run(image.Frame());
-            effect.Run(image.Frame());
-            EXPECT_EQ(image.Snapshot(), before) << ShapeName(shapes[i]) << flags.mirror;
-        }
-    }
-}
-
 // Each case maps every sample (x, y) of a plane to the original sample it takes.
 TEST(Mosaic, WorkedCases) {
     struct XY {
@@ -138,14 +122,17 @@ TEST(Mosaic, WorkedCases) {
         {"defaults change nothing", {30, 24, 24, 4}, {0, 0, 0, 0, 3}, keep},
         {"far edges 20 round down to 16", {30, 24, 24, 4}, {0, 0, 20, 20, 3},
          [](unsigned, int x, int y) { return x < 16 && y < 16 ? XY{x & ~7, y & ~7} : XY{x, y}; }},
-        {"the block from 11 writes pixels 16 to 18 into the padding", {30, 16, 8, 32}, {3, 0, 16, 8, 3},
-         [](unsigned, int x, int y) { return x >= 3 && x < 19 ? XY{x < 11 ? 3 : 11, 0} : XY{x, y}; }},
+        {"the block from 11 writes pixels 16 to 18 into the padding", {30, 16, 8, 32},
+         {3, 0, 16, 8, 3},
+         [](unsigned, int x, int y) {
+             return x >= 3 && x < 19 ? XY{x < 11 ? 3 : 11, 0} : XY{x, y}; }},
         {"x2 past the width is not clipped", {30, 16, 8, 4}, {0, 0, 17, 8, 2}, keep},
         {"y2 past the height is not clipped", {0, 16, 8, 4}, {0, 0, 16, 9, 2}, keep},
         {"planar step 1 is refused", {0, 16, 8, 4}, {0, 0, 16, 8, 1}, keep},
         {"packed step 1 makes 2x2 blocks", {30, 6, 4, 4}, {0, 0, 6, 4, 1},
          [](unsigned, int x, int y) { return x < 6 ? XY{x & ~1, y & ~1} : XY{x, y}; }},
-        {"full chroma is set at columns x and x + 4 of a block of 8", {90, 16, 8, 0}, {0, 0, 16, 8, 3},
+        {"full chroma is set at columns x and x + 4 of a block of 8", {90, 16, 8, 0},
+         {0, 0, 16, 8, 3},
          [](unsigned p, int x, int y) {
              return p == 0 || (p < 3 && x % 4 == 0) ? XY{x & ~7, y & ~7} : XY{x, y}; }},
         // clang-format on
@@ -171,8 +158,8 @@ TEST(Mosaic, WorkedCases) {
 
 // Beside the kernel shapes, frames tall enough for blocks of up to 32 rows. Vector forms give
 // the scalar rule's bytes, and a mosaic of a mosaic is the mosaic: each block already holds its
-// top-left sample.
-TEST(Mosaic, ScalarRulesAndRepeatsOnRandomFrames) {
+// top-left sample. Any mirror undoes itself.
+TEST(SpatialEffects, ScalarRulesAndRepeatsOnRandomFrames) {
     std::vector<FrameShape> shapes = KernelShapes(kFormats);
     for (int format : kFormats) {
         for (FrameShape shape : {FrameShape{0, 33, 9, 16}, {0, 70, 12, 1, true}, {0, 64, 64, 0}}) {
@@ -184,6 +171,14 @@ TEST(Mosaic, ScalarRulesAndRepeatsOnRandomFrames) {
     for (const FrameShape& shape : shapes) {
         for (bool crop : {false, true}) {
             const auto [W, H] = Shown(shape, crop);
+            for (Flags flags : {Flags{"1", "0"}, {"0", "1"}, {"1", "1"}}) {
+                TestImage image(shape, seed), original(shape, seed);
+                if (crop) image.Frame().CropRightAndBottom(shape.width / 3, 2);
+                Mirror(flags).Run(image.Frame());
+                Mirror(flags).Run(image.Frame());
+                ASSERT_EQ(image.Snapshot(), original.Snapshot())
+                    << ShapeName(shape) << flags.mirror;
+            }
             for (const Rect& rect : RectsFor(W, H)) {
                 FactoryEffect effect(AVPROCESSOR_MOSAIC, Settings(rect));
                 ASSERT_EQ(FirstLevelDiffering(effect.p, shape, crop, seed), "")
@@ -266,20 +261,5 @@ TEST(Mirage, SubsampledChromaIsBlendedOncePerLumaPixel) {
         }
         effect.Run(image.Frame());
         EXPECT_EQ(image.Row(1, image.Rows(1) - 1)[size - 1], expected) << format;
-    }
-}
-
-// In range, and past it only in width, the ghost shows on every format it reads.
-TEST(Mirage, ChangesEveryFormat) {
-    FactoryEffect effect(new CMirageVideoImageEffect());
-    for (auto [width, alpha] :
-         {std::pair{10u, 10u}, {37u, 0u}, {1u, 100u}, {300u, 55u}, {5000u, 70u}}) {
-        ASSERT_TRUE(effect.Set(Settings(width, alpha)));
-        for (int format : {30, 0, 4, 6, 7, 12, 13, 35, 90}) {
-            TestImage image({format, 33, 9, 3}, 5);
-            const std::vector<uint8_t> before = image.Snapshot();
-            effect.Run(image.Frame());
-            EXPECT_NE(image.Snapshot(), before) << format << " " << width << " " << alpha;
-        }
     }
 }
