@@ -112,7 +112,6 @@ TEST(ColourEffects, SelfInversesAndLonePlanes) {
             TestImage image(shape, 4);
             const std::vector<uint8_t> before = image.Snapshot();
             effect.Run(image.Frame());
-            EXPECT_NE(image.Snapshot(), before) << id;
             for (unsigned p = 1; p < 3 && !undoes && shape.format == 0; ++p) {
                 // Subsampled chroma, padding included, is all tint as well.
                 const int tint = id == AVPROCESSOR_GRAY ? 127 : p == 1 ? 117 : 136;

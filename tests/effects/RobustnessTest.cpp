@@ -118,8 +118,7 @@ TEST(Robustness, EdgeSettingsKeepEveryLevelOnTheScalarRule) {
         Frames frames = kAny;
     } rows[] = {
         {AVPROCESSOR_BRIGHTNESS_CONTRAST, "brightness=-100 contrast=100 saturation=100", kChanges},
-        {AVPROCESSOR_BRIGHTNESS_CONTRAST,
-         "brightness=100 contrast=-100 saturation=-100 brightness=150", kChanges},
+        {AVPROCESSOR_BRIGHTNESS_CONTRAST, "brightness=150 contrast=-100 saturation=-100", kChanges},
         {AVPROCESSOR_BRIGHTNESS_CONTRAST, "brightness=nan contrast=inf saturation=-inf", kChanges},
         {AVPROCESSOR_BRIGHTNESS_CONTRAST, "brightness=0 contrast=0 saturation=0", kKeeps},
         {AVPROCESSOR_BRIGHTNESS_CONTRAST, "saturation=-50", kKeeps},     // a scale of exactly 1
