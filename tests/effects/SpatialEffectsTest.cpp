@@ -54,17 +54,6 @@ std::vector<Rect> RectsFor(uint32_t W, uint32_t H) {
             {0, 0, W, H, 35}, {5, 3, W, H, 5}, {0, 0, W + 1, H, 3}, {0, 0, W, H + 1, 2}};
 }
 
-// The luma (or packed) width and the height a frame shows after the crop the tests apply.
-std::pair<uint32_t, uint32_t> Shown(const FrameShape& shape, bool crop) {
-    const bool cut = crop && shape.height > 2;
-    return {shape.width - (cut ? shape.width / 3 : 0), shape.height - (cut ? 2 : 0)};
-}
-
-PropertyList Settings(unsigned width, unsigned alpha) {
-    return {{"mirage_width", std::to_string(int(width))},
-            {"mirage_alpha", std::to_string(int(alpha))}};
-}
-
 }  // namespace
 
 // Every plane holds bytes 1, 2, 3, ... row after row at `pitch`; rowBytes 0: the layout's own.
@@ -170,7 +159,10 @@ TEST(SpatialEffects, ScalarRulesAndRepeatsOnRandomFrames) {
     uint32_t seed = 1;
     for (const FrameShape& shape : shapes) {
         for (bool crop : {false, true}) {
-            const auto [W, H] = Shown(shape, crop);
+            // The luma (or packed) width and the height the frame shows after the crop.
+            const bool cut = crop && shape.height > 2;
+            const uint32_t W = shape.width - (cut ? shape.width / 3 : 0),
+                           H = shape.height - (cut ? 2 : 0);
             for (Flags flags : {Flags{"1", "0"}, {"0", "1"}, {"1", "1"}}) {
                 TestImage image(shape, seed), original(shape, seed);
                 if (crop) image.Frame().CropRightAndBottom(shape.width / 3, 2);
@@ -241,7 +233,9 @@ TEST(Mirage, WorkedWeightsAndPositionsOnAFullHdRow) {
         std::fill(row + 4 * 1919, row + 4 * 1920, 255);
         std::fill(row + 4 * 45, row + 4 * 46, 255);
         row[4 * 45 + 3] = 9;
-        FactoryEffect(new CMirageVideoImageEffect(), Settings(10, alpha)).Run(image.Frame());
+        FactoryEffect(new CMirageVideoImageEffect(),
+                      PropertyList{{"mirage_width", "10"}, {"mirage_alpha", std::to_string(alpha)}})
+            .Run(image.Frame());
         EXPECT_EQ(row[0], first) << alpha;
         EXPECT_EQ(row[3], 9);  // the magnified copy's alpha
         EXPECT_EQ(row[4 * 1919], last) << alpha;
@@ -249,7 +243,8 @@ TEST(Mirage, WorkedWeightsAndPositionsOnAFullHdRow) {
 }
 
 TEST(Mirage, SubsampledChromaIsBlendedOncePerLumaPixel) {
-    FactoryEffect effect(new CMirageVideoImageEffect(), Settings(10, 100));
+    FactoryEffect effect(new CMirageVideoImageEffect(),
+                         {{"mirage_width", "10"}, {"mirage_alpha", "100"}});
     // A chroma column of 255 magnifies one column to the right: 255 blended toward 0 four
     // times in 4:2:0 (178, 124, 86, 60), once in 4:4:4.
     for (auto [format, column, expected] : {std::tuple{0, 18u, 60}, {90, 37u, 178}}) {
