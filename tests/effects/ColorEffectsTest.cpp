@@ -1,5 +1,6 @@
-// Gray, flip colour, invert and aged film: worked values, what each does to planar frames,
-// vector forms against the scalar rule, untouched bytes.
+// The colour effects: brightness, contrast and saturation; gray, flip colour, invert and aged
+// film; the colour key and transparency, which change only alpha. Values worked by hand from the
+// rules, texts and clamps, and the effects that undo themselves.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -13,80 +14,114 @@ using namespace testing_support;
 
 namespace {
 
-const std::vector<int> kSupported = {0, 4, 6, 7, 12, 13, 35, 90, PIXFMT_BGRA32};
+PropertyList Key(int scope, int colour) {
+    return {{"filter_scope", std::to_string(scope)}, {"filter_color", std::to_string(colour)}};
+}
 
-std::vector<uint8_t> Plane0(TestImage& image) {
-    std::vector<uint8_t> bytes;
-    for (unsigned y = 0; y < image.Rows(0); ++y)
-        bytes.insert(bytes.end(), image.Row(0, y), image.Row(0, y) + image.Pitch(0));
-    return bytes;
+PropertyList Scale(const char* percent) {
+    return {{"transparency_scale", percent}};
 }
 
 }  // namespace
 
-TEST(ColourEffects, WorkedPackedValues) {
-    struct Case {
+// One packed pixel and one planar column (luma 0, 100 and 200, chroma U 200 and V 50, alpha 9
+// never touched). Brightness: packed table offset trunc(B x 2.55) + 127 against luma's
+// trunc(B x 1.27) + 127; contrast scale trunc((C / 100 + 1) x 256); saturation scale
+// trunc((S + 100) x 5.12) about the pixel's mean, or about 127 for chroma; all in 256ths.
+TEST(ColourEffects, WorkedValues) {
+    constexpr unsigned kBC = AVPROCESSOR_BRIGHTNESS_CONTRAST;
+    const std::array<uint8_t, 4> P = {0, 100, 200, 7};  // the usual pixel
+    const std::array<uint8_t, 3> L = {0, 100, 200};     // the luma, where it is kept
+    const struct {
         unsigned id;
-        std::array<uint8_t, 4> in, out;
+        PropertyList settings;
+        std::array<uint8_t, 4> pixel, packed;
+        std::array<uint8_t, 3> luma;
+        uint8_t u, v;
+    } cases[] = {
+        // clang-format off
+        // 150 is held to 100: b = 382 makes every colour 255; luma moves by 127. A text that does
+        // not parse keeps the value before it.
+        {kBC, {{"brightness", "150"}}, P, {255, 255, 255, 7}, {127, 227, 255}, 200, 50},
+        {kBC, {{"brightness", "150"}, {"brightness", "bright"}}, P, {255, 255, 255, 7},
+         {127, 227, 255}, 200, 50},
+        // Contrast -100 is scale 0: everything lands on the offset.
+        {kBC, {{"contrast", "-100"}}, P, {127, 127, 127, 7}, {127, 127, 127}, 200, 50},
+        {kBC, {{"brightness", "50"}, {"contrast", "-100"}}, P, {254, 254, 254, 7},
+         {190, 190, 190}, 200, 50},
+        // Saturation -50 is scale 256, -100 scale 0 (the mean; chroma 127), 100 scale 1024.
+        {kBC, {{"saturation", "-50"}}, P, P, L, 200, 50},
+        {kBC, {{"saturation", "-100"}}, P, {100, 100, 100, 7}, L, 127, 127},
+        {kBC, {{"saturation", "-100"}}, {255, 255, 254, 1}, {254, 254, 254, 1}, L, 127, 127},
+        {kBC, {{"saturation", "100"}}, {100, 110, 120, 9}, {70, 110, 150, 9}, L, 255, 0},
+        // Infinities are out of range like any other value: held to 100 or -100.
+        {kBC, {{"brightness", "inf"}}, P, {255, 255, 255, 7}, {127, 227, 255}, 200, 50},
+        {kBC, {{"contrast", "-1e999"}}, P, {127, 127, 127, 7}, {127, 127, 127}, 200, 50},
+        {kBC, {{"saturation", "-inf"}}, P, {100, 100, 100, 7}, L, 127, 127},
+        // Gray's mean truncates; it and aged film fill chroma with their tint, 127 not 128.
+        {AVPROCESSOR_GRAY, {}, {255, 255, 254, 9}, {254, 254, 254, 9}, L, 127, 127},
+        // Aged film lifts every mean below 36 to 35: red 35, green 20, blue 0.
+        {AVPROCESSOR_AGED_FILM, {}, {0, 0, 0, 77}, {0, 20, 35, 77}, L, 117, 136},
+        {AVPROCESSOR_AGED_FILM, {}, {35, 36, 36, 5}, {0, 20, 35, 5}, L, 117, 136},
+        {AVPROCESSOR_AGED_FILM, {}, {36, 36, 37, 5}, {1, 21, 36, 5}, L, 117, 136},
+        {AVPROCESSOR_AGED_FILM, {}, {255, 255, 255, 1}, {220, 240, 255, 1}, L, 117, 136},
+        {AVPROCESSOR_FLIP_COLOR, {}, {1, 2, 3, 4}, {3, 2, 1, 4}, L, 50, 200},
+        {AVPROCESSOR_INVERT, {}, {10, 20, 30, 40}, {245, 235, 225, 40}, {255, 155, 55}, 55, 205},
+        // clang-format on
     };
-    const Case cases[] = {
-        {AVPROCESSOR_GRAY, {255, 255, 254, 9}, {254, 254, 254, 9}},
-        {AVPROCESSOR_AGED_FILM, {0, 0, 0, 77}, {0, 20, 35, 77}},
-        {AVPROCESSOR_AGED_FILM, {35, 36, 36, 5}, {0, 20, 35, 5}},
-        {AVPROCESSOR_AGED_FILM, {36, 36, 37, 5}, {1, 21, 36, 5}},
-        {AVPROCESSOR_AGED_FILM, {255, 255, 255, 1}, {220, 240, 255, 1}},
-        {AVPROCESSOR_FLIP_COLOR, {1, 2, 3, 4}, {3, 2, 1, 4}},
-        {AVPROCESSOR_INVERT, {10, 20, 30, 40}, {245, 235, 225, 40}},
-    };
-    for (const Case& c : cases) {
-        // Rows of 4 pixels and a 3-byte tail, then padding: only whole pixels change.
-        TestImage image({PIXFMT_BGRA32, 5, 2, 5}, 7);
-        image.Frame().GetBuffer(0u)->rowBytes = 19;
-        std::vector<uint8_t> expected = image.Snapshot();
-        for (unsigned y = 0; y < 2; ++y) {
-            for (unsigned x = 0; x < 4; ++x) {
-                std::copy(c.in.begin(), c.in.end(), image.Row(0, y) + 4 * x);
-                std::copy(c.out.begin(), c.out.end(),
-                          &expected[TestImage::kGuard + y * 25 + 4 * x]);
-            }
-        }
-        FactoryEffect(c.id).Run(image.Frame());
-        EXPECT_EQ(image.Snapshot(), expected) << c.id << " on " << int(c.in[0]);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.id << " " << testing::PrintToString(c.settings));
+        FactoryEffect effect(c.id, c.settings);
+        // A pixel and a 3-byte tail, then padding: only the whole pixel changes.
+        TestImage packed({PIXFMT_BGRA32, 2, 1, 5}, 7);
+        packed.Frame().GetBuffer(0u)->rowBytes = 7;
+        std::copy(c.pixel.begin(), c.pixel.end(), packed.Row(0, 0));
+        std::vector<uint8_t> expected = packed.Snapshot();
+        std::copy(c.packed.begin(), c.packed.end(), expected.begin() + TestImage::kGuard);
+        effect.Run(packed.Frame());
+        EXPECT_EQ(packed.Snapshot(), expected);
+        // Tints fill the chroma planes' padding too; every other effect leaves it.
+        TestImage planar({PIXFMT_PLANAR4_FULL, 3, 1, 2}, 1);
+        const uint8_t in[] = {0, 100, 200, 200, 200, 200, 50, 50, 50, 9, 9, 9};
+        for (unsigned p = 0; p < 4; ++p)
+            std::copy_n(in + 3 * p, 3, planar.Row(p, 0));
+        std::vector<uint8_t> pad;  // the two padding bytes of each plane
+        for (unsigned p = 0; p < 4; ++p)
+            pad.insert(pad.end(), planar.Row(p, 0) + 3, planar.Row(p, 0) + 5);
+        effect.Run(planar.Frame());
+        const bool fills = c.id == AVPROCESSOR_GRAY || c.id == AVPROCESSOR_AGED_FILM;
+        const std::vector<uint8_t> want[] = {
+            {c.luma[0], c.luma[1], c.luma[2], pad[0], pad[1]},
+            {c.u, c.u, c.u, fills ? c.u : pad[2], fills ? c.u : pad[3]},
+            {c.v, c.v, c.v, fills ? c.v : pad[4], fills ? c.v : pad[5]},
+            {9, 9, 9, pad[6], pad[7]}};
+        for (unsigned p = 0; p < 4; ++p)
+            EXPECT_EQ(std::vector<uint8_t>(planar.Row(p, 0), planar.Row(p, 0) + 5), want[p]) << p;
     }
 }
 
-// Gray and aged film set both chroma planes, padding included, to their tint and leave luma;
-// invert and flip colour undo themselves. Vector forms give the scalar rule's bytes.
-TEST(ColourEffects, PlanarRulesAndScalarRulesOnEveryFormat) {
-    const std::pair<unsigned, std::array<int, 2>> kEffects[] = {{AVPROCESSOR_GRAY, {127, 127}},
-                                                                {AVPROCESSOR_AGED_FILM, {117, 136}},
-                                                                {AVPROCESSOR_INVERT, {-1, -1}},
-                                                                {AVPROCESSOR_FLIP_COLOR, {-1, -1}}};
-    for (const auto& [id, tint] : kEffects) {
+// Invert and flip colour undo themselves, gray and aged film do not (their tint fills subsampled
+// chroma too). A one-plane frame posing as planar YUV has no chroma to change: only invert
+// touches it.
+TEST(ColourEffects, SelfInversesAndLonePlanes) {
+    for (unsigned id :
+         {AVPROCESSOR_GRAY, AVPROCESSOR_AGED_FILM, AVPROCESSOR_INVERT, AVPROCESSOR_FLIP_COLOR}) {
         FactoryEffect effect(id);
-        EXPECT_EQ(FirstShapeDiffering(effect.p, KernelShapes(kSupported)), "") << id;
-        EXPECT_EQ(FirstForeignFormatChanged(effect.p), "") << id;
+        const bool undoes = id == AVPROCESSOR_INVERT || id == AVPROCESSOR_FLIP_COLOR;
         for (const FrameShape& shape : {FrameShape{0, 7, 5, 3, true}, FrameShape{30, 5, 3, 2}}) {
             TestImage image(shape, 4);
-            const std::vector<uint8_t> before = image.Snapshot(), luma = Plane0(image);
+            const std::vector<uint8_t> before = image.Snapshot();
             effect.Run(image.Frame());
-            EXPECT_TRUE(image.GuardsIntact());
-            if (tint[0] < 0) {
-                EXPECT_NE(image.Snapshot(), before) << id;
-                effect.Run(image.Frame());
-                EXPECT_EQ(image.Snapshot(), before) << id;
-            } else if (shape.format == 0) {
-                for (unsigned p : {1u, 2u}) {
-                    for (unsigned y = 0; y < image.Rows(p); ++y) {
-                        EXPECT_EQ(std::count(image.Row(p, y), image.Row(p, y) + image.Pitch(p),
-                                             tint[p - 1]),
-                                  image.Pitch(p));
-                    }
-                }
-                EXPECT_EQ(Plane0(image), luma);
+            for (unsigned p = 1; p < 3 && !undoes && shape.format == 0; ++p) {
+                // Subsampled chroma, padding included, is all tint as well.
+                const int tint = id == AVPROCESSOR_GRAY ? 127 : p == 1 ? 117 : 136;
+                for (unsigned y = 0; y < image.Rows(p); ++y)
+                    EXPECT_EQ(std::count(image.Row(p, y), image.Row(p, y) + image.Pitch(p), tint),
+                              image.Pitch(p));
             }
+            effect.Run(image.Frame());
+            EXPECT_EQ(image.Snapshot() == before, undoes) << id;
         }
-        // A one-plane frame posing as planar YUV has no chroma to change.
         std::vector<unsigned char> luma(32, 5);
         unsigned char* planes[] = {luma.data(), luma.data()};
         int pitches[] = {8, 0};
@@ -95,5 +130,78 @@ TEST(ColourEffects, PlanarRulesAndScalarRulesOnEveryFormat) {
         lone.posedFormat = PIXFMT_YUV420P;
         effect.Run(lone);
         EXPECT_EQ(luma, std::vector<unsigned char>(32, id == AVPROCESSOR_INVERT ? 250 : 5)) << id;
+    }
+}
+
+// Colour keys and transparency change only alpha: byte 3 of a packed pixel, or the fourth plane.
+// Packed keys compare the whole 24-bit number; planar ones each channel with the key's YUV (red's
+// is Y 81, U 90, V 239; black's 16, 128, 128). A transparency scale of 50 is a factor of 128, 200
+// one of 512 (alphas wrap); setting any other property converts the factor again: 50 makes 128,
+// then 327.
+TEST(AlphaEffects, WorkedValues) {
+    const std::vector<int> packed = {30}, planar = {35, 90}, both = {30, 35, 90};
+    constexpr unsigned kKey = AVPROCESSOR_COLOR_FILTER, kTr = AVPROCESSOR_TRANSPARENCY;
+    const struct {
+        unsigned id;
+        PropertyList settings;
+        const std::vector<int>& formats;
+        uint8_t c0, c1, c2, alpha, expected;  // c0, c1, c2: blue, green, red or Y, U, V
+    } cases[] = {
+        // clang-format off
+        {kKey, Key(0, 0x00FF00), packed, 0, 255, 0, 200, 0},
+        {kKey, Key(0, 0x00FF00), packed, 1, 255, 0, 200, 200},
+        {kKey, Key(0, 0x00FF00), packed, 0, 255, 0x40, 200, 200},
+        {kKey, Key(1, 0x000000), packed, 0, 0, 0, 200, 200},
+        {kKey, Key(1, 0x808080), packed, 0xFF, 0xFF, 0x7F, 200, 0},
+        {kKey, Key(1, 0x808080), packed, 0xFF, 0xFF, 0x3F, 200, 200},
+        {kKey, Key(1, 0x808080), packed, 0x80, 0x80, 0x82, 200, 200},
+        {kKey, Key(256, 0x000100), packed, 0, 0, 0, 200, 200},
+        {kKey, Key(0, 0xFF0000), planar, 81, 90, 239, 99, 0},
+        {kKey, Key(0, 0xFF0000), planar, 82, 90, 239, 99, 99},
+        {kKey, Key(1, 0xFF0000), planar, 80, 91, 240, 99, 0},
+        {kKey, Key(1, 0x000000), planar, 17, 127, 129, 99, 0},
+        {kKey, Key(1, 0x000000), planar, 16, 128, 130, 99, 99},
+        {kTr, Scale("100"), both, 1, 2, 3, 200, 200},
+        {kTr, Scale("50"), both, 1, 2, 3, 255, 127},
+        {kTr, Scale("200"), both, 1, 2, 3, 200, 144},
+        {kTr, Scale("0"), both, 1, 2, 3, 99, 99},
+        {kTr, {{"transparency_scale", "50"}, {"duration", "3"}}, both, 1, 2, 3, 100, 127},
+        // clang-format on
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << testing::PrintToString(c.settings) << " on " << int(c.c0)
+                                        << " " << int(c.c1) << " " << int(c.c2));
+        for (int format : c.formats) {
+            TestImage image({format, 2, 2}, 4);
+            const uint8_t in[] = {c.c0, c.c1, c.c2, c.alpha};
+            const unsigned planes = format == 30 ? 1 : 4;
+            auto sample = [&](unsigned i) -> uint8_t& {
+                return planes == 1 ? image.Row(0, 0)[i] : image.Row(i, 0)[0];
+            };
+            for (unsigned i = 0; i < 4; ++i)
+                sample(i) = in[i];
+            FactoryEffect(FindServedEffect(c.id)->Create(), c.settings).Run(image.Frame());
+            for (unsigned i = 0; i < 4; ++i)
+                EXPECT_EQ(sample(i), i == 3 ? c.expected : in[i]) << format << " sample " << i;
+        }
+    }
+}
+
+// A key only ever clears alpha: every byte it changes becomes 0, even for keys that catch a good
+// share of random pixels.
+TEST(AlphaEffects, ColourKeysOnlyClearAlpha) {
+    for (const auto& [scope, colour] :
+         {std::pair{60, 0x808080}, {0x40, 0x408020}, {0x40, 0x808080}}) {
+        FactoryEffect effect(FindServedEffect(AVPROCESSOR_COLOR_FILTER)->Create(),
+                             Key(scope, colour));
+        for (int format : {30, 35, 90}) {
+            TestImage image({format, 19, 7, 2}, 6);
+            const std::vector<uint8_t> before = image.Snapshot();
+            effect.Run(image.Frame());
+            const std::vector<uint8_t> after = image.Snapshot();
+            EXPECT_NE(after, before) << format;
+            for (size_t i = 0; i < after.size(); ++i)
+                ASSERT_TRUE(after[i] == before[i] || after[i] == 0) << format << " byte " << i;
+        }
     }
 }

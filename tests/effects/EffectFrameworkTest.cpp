@@ -20,6 +20,7 @@ const std::set<unsigned> kLanded = {
     AVPROCESSOR_GRAY,   AVPROCESSOR_INVERT,     AVPROCESSOR_LAPLACIAN_SHARPEN,
     AVPROCESSOR_MOSAIC, AVPROCESSOR_REVERSE,    AVPROCESSOR_ROTATE90};
 
+// Invert, as any effect the factory builds.
 struct EffectFixture : testing::Test {
     GVideoProcessor* effect = libfilter_GetFilter(nullptr, AVPROCESSOR_INVERT);
     ImagePostion position{};
@@ -31,6 +32,13 @@ struct EffectFixture : testing::Test {
         if (effect != nullptr) effect->Free();
     }
 };
+
+// Hands the frame one plane of `pixels` at `pitch`.
+void Attach(CVideoFrame& frame, std::vector<unsigned char>& pixels, int pitch) {
+    unsigned char* data[] = {pixels.data()};
+    int pitches[] = {pitch};
+    frame.SetBuffer(data, pitches, nullptr);
+}
 
 }  // namespace
 
@@ -73,25 +81,22 @@ TEST(Effects, SharedInterface) {
     }
 }
 
+// The copy is the effect's and lives until the next call or the effect's end; a failing call
+// keeps it.
 TEST_F(EffectFixture, ProcFrameReturnsAnOwnedCopyFreedByTheNextCall) {
     HostFrame frame(false, PIXFMT_BGRA32, 4, 2, true);
     std::vector<unsigned char> pixels(32, 0x10);
-    unsigned char* data[] = {pixels.data()};
-    int pitches[] = {16};
-    frame.SetBuffer(data, pitches, nullptr);
-
+    Attach(frame, pixels, 16);
     GVideoFrame* first = effect->ProcFrame(&position, 0, &frame);
     ASSERT_NE(first, nullptr);
     EXPECT_NE(first, &frame);
     EXPECT_EQ(pixels[0], 0x10);  // the host's frame is untouched
     unsigned rowBytes, pitch, rows;
     EXPECT_EQ(first->GetBuffer(0, &rowBytes, &pitch, &rows)[0], 0xEF);
-    GVideoFrame* second = effect->ProcFrame(&position, 0, &frame);
-    ASSERT_NE(second, nullptr);
+    EXPECT_NE(effect->ProcFrame(&position, 0, &frame), nullptr);
     EXPECT_EQ(HostFrame::clones, 2);
     EXPECT_EQ(HostFrame::frees, 1);
 
-    // A failing call keeps the work frame it holds.
     ReportWatch watch;
     EXPECT_EQ(effect->ProcFrame(&position, 0, nullptr), nullptr);
     EXPECT_EQ(effect->ProcFrame(nullptr, 0, &frame), nullptr);
@@ -99,56 +104,48 @@ TEST_F(EffectFixture, ProcFrameReturnsAnOwnedCopyFreedByTheNextCall) {
     EXPECT_EQ(watch.LastMessage(), "fatal error:null pointer");
     EXPECT_EQ(watch.LastFile(), "CVideoEffectBase");
     EXPECT_EQ(HostFrame::frees, 1);
+
     effect->Free();
     effect = nullptr;
     EXPECT_EQ(HostFrame::frees, 2);
 }
 
-TEST_F(EffectFixture, FailedCopyCarriesThePendingError) {
-    HostFrame frame(false, PIXFMT_BGRA32, 4, 2, true);
-    frame.cloneFailure = HostFrame::CloneFailure::WithError;
+// A failed copy carries the error pending in the sink, or fails quietly. In place: null
+// arguments are reported and change nothing; blending is not this effect's. A frame without
+// memory gives a copy of planes of pitch 0, which hold no row; a pitch shorter than the
+// declared row cuts the rows to it.
+TEST_F(EffectFixture, FailuresAndFramesAtTheEdges) {
+    HostFrame frame(false, PIXFMT_BGRA32, 4, 1, true);
+    std::vector<unsigned char> pixels(16, 0x20);
+    Attach(frame, pixels, 16);
     ReportWatch watch;
+    frame.cloneFailure = HostFrame::CloneFailure::WithError;
     EXPECT_EQ(effect->ProcFrame(&position, 0, &frame), nullptr);
     EXPECT_EQ(watch.Count(), 1u);
     EXPECT_EQ(watch.LastMessage(), "copy refused");
     EXPECT_EQ(GetGException()->GetCode(), 12);
     EXPECT_EQ(watch.LastFile(), "CVideoEffectBase");
-
     GetGException()->Clear();
     frame.cloneFailure = HostFrame::CloneFailure::Silent;
     EXPECT_EQ(effect->ProcFrame(&position, 0, &frame), nullptr);
     EXPECT_EQ(watch.Count(), 1u);  // nothing pending: a quiet null
-}
 
-TEST_F(EffectFixture, FramesWithoutMemoryOrWithShortPitchesStayInside) {
-    // No memory attached: the copy has planes of pitch 0, which hold no row.
-    CVideoFrame bare(false, PIXFMT_YUV420P, 16, 8, true);
-    EXPECT_NE(effect->ProcFrame(&position, 0, &bare), nullptr);
-    effect->ProcFrameInPlace(&position, 0, &bare);
-    // A pitch shorter than the declared row: rows are cut to the pitch.
-    std::vector<unsigned char> pixels(4 * 8, 0);
-    unsigned char* data[] = {pixels.data()};
-    int pitches[] = {8};
-    CVideoFrame narrow(false, PIXFMT_BGRA32, 4, 4, true);
-    narrow.SetBuffer(data, pitches, nullptr);
-    effect->ProcFrameInPlace(&position, 0, &narrow);
-    EXPECT_EQ(pixels[0], 0xFF);
-    EXPECT_EQ(pixels[3], 0);
-}
-
-TEST_F(EffectFixture, ProcFrameInPlaceChecksItsArguments) {
-    std::vector<unsigned char> pixels(16, 0x20);
-    unsigned char* data[] = {pixels.data()};
-    int pitches[] = {16};
-    CVideoFrame frame(false, PIXFMT_BGRA32, 4, 1, true);
-    frame.SetBuffer(data, pitches, nullptr);
-    ReportWatch watch;
     effect->ProcFrameInPlace(nullptr, 0, &frame);
     effect->ProcFrameInPlace(&position, 0, nullptr);
-    EXPECT_EQ(watch.Count(), 2u);
+    EXPECT_EQ(watch.Count(), 3u);
     EXPECT_EQ(pixels[0], 0x20);
     effect->ProcFrameInPlace(&position, 0, &frame);
     EXPECT_EQ(pixels[0], 0xDF);
     effect->BlendFrame(&position, 0, &frame, &frame);
     EXPECT_EQ(pixels[0], 0xDF);
+
+    CVideoFrame bare(false, PIXFMT_YUV420P, 16, 8, true);
+    EXPECT_NE(effect->ProcFrame(&position, 0, &bare), nullptr);
+    effect->ProcFrameInPlace(&position, 0, &bare);
+    std::vector<unsigned char> narrowPixels(4 * 8, 0);
+    CVideoFrame narrow(false, PIXFMT_BGRA32, 4, 4, true);
+    Attach(narrow, narrowPixels, 8);
+    effect->ProcFrameInPlace(&position, 0, &narrow);
+    EXPECT_EQ(narrowPixels[0], 0xFF);
+    EXPECT_EQ(narrowPixels[3], 0);
 }
