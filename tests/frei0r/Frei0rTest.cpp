@@ -50,11 +50,9 @@ Plugin Load(const EffectDescription& entry) {
 // A value for each parameter: as frei0r takes it, as ffmpeg's filter_params writes it, and the
 // property text the effect should then hold. Numbers are whole values inside the range.
 struct Setting {
-    PropertyKind kind;
-    double number = 0;
-    f0r_param_color_t color{};
+    double number;
+    f0r_param_color_t color;
     std::string ffmpeg, property;
-    void* Value() { return kind == PropertyKind::Color ? static_cast<void*>(&color) : &number; }
 };
 
 std::vector<Setting> SettingsFor(const EffectDescription& entry) {
@@ -62,25 +60,17 @@ std::vector<Setting> SettingsFor(const EffectDescription& entry) {
     std::vector<Setting> settings;
     for (unsigned i = 0; i < entry.propertyCount; ++i) {
         const PropertyDescription& spec = entry.properties[i];
-        Setting setting{spec.kind};
-        if (spec.kind == PropertyKind::Flag) {
-            setting.number = i % 2 == 0;
-            setting.property = setting.number ? "1" : "0";
-            setting.ffmpeg = setting.number ? "y" : "n";
-        } else if (spec.kind == PropertyKind::Color) {
-            setting.color = {1.0f, 128 / 255.0f, 0.0f};
-            setting.property = std::to_string(0xFF8000);
-            setting.ffmpeg = "0xFF8000";
-        } else {
-            const double span = UpperBound(spec, kWidth, kHeight) - spec.min;
-            const double whole = std::round(kFractions[i % 5] * span);
-            setting.number = whole / span;
-            setting.property = std::to_string(static_cast<long long>(spec.min + whole));
-            char text[32];
-            std::snprintf(text, sizeof text, "%.17g", setting.number);
-            setting.ffmpeg = text;
-        }
-        settings.push_back(setting);
+        const bool on = i % 2 == 0;
+        const double span = UpperBound(spec, kWidth, kHeight) - spec.min;
+        const double whole = std::round(kFractions[i % 5] * span);
+        char text[32];
+        std::snprintf(text, sizeof text, "%.17g", whole / span);
+        if (spec.kind == PropertyKind::Flag)
+            settings.push_back({double(on), {}, on ? "y" : "n", on ? "1" : "0"});
+        else if (spec.kind == PropertyKind::Color)
+            settings.push_back({0, {1.0f, 128 / 255.0f, 0.0f}, "0xFF8000", "16744448"});
+        else
+            settings.push_back({whole / span, {}, text, std::to_string(int64_t(spec.min + whole))});
     }
     return settings;
 }
@@ -105,20 +95,16 @@ std::vector<Frame> LibraryResult(const EffectDescription& entry,
 
 }  // namespace
 
-TEST(Frei0rTest, EveryEffectTheBuildMakesHasAPluginAndNoOtherDoes) {
+// Every effect built, and no other, has a plug-in that describes itself and its parameters, keeps
+// the values it is given, runs like the library in place and out of place, and shrugs off a
+// host's slips.
+TEST(Frei0rTest, EveryEffectBuiltHasAPluginThatDescribesItselfAndRunsLikeTheLibrary) {
     std::set<std::string> expected, built;
-    for (const EffectDescription* entry : BuiltEffects())
-        expected.insert(PluginName(*entry) + ".so");
     for (const auto& file : fs::directory_iterator(LF_FREI0R_DIR))
         built.insert(file.path().filename());
-    EXPECT_EQ(built, expected);
-}
-
-// Each plug-in describes itself and its parameters, keeps the values it is given, runs like the
-// library in place and out of place, and shrugs off a host's slips.
-TEST(Frei0rTest, PluginsDescribeThemselvesAndRunLikeTheLibrary) {
     const int types[] = {F0R_PARAM_DOUBLE, F0R_PARAM_DOUBLE, F0R_PARAM_BOOL, F0R_PARAM_COLOR};
     for (const EffectDescription* entry : BuiltEffects()) {
+        expected.insert(PluginName(*entry) + ".so");
         SCOPED_TRACE(entry->name);
         Plugin plugin = Load(*entry);
         ASSERT_TRUE(plugin) << dlerror();
@@ -154,9 +140,11 @@ TEST(Frei0rTest, PluginsDescribeThemselvesAndRunLikeTheLibrary) {
             f0r_instance_t instance = construct(kWidth, kHeight);
             ASSERT_NE(instance, nullptr);
             for (int i = 0; i < static_cast<int>(settings.size()); ++i) {
-                set(instance, settings[i].Value(), i);
+                const bool color = entry->properties[i].kind == PropertyKind::Color;
                 Setting back = settings[i];
-                get(instance, back.Value(), i);
+                set(instance, color ? static_cast<void*>(&settings[i].color) : &settings[i].number,
+                    i);
+                get(instance, color ? static_cast<void*>(&back.color) : &back.number, i);
                 EXPECT_EQ(back.number, settings[i].number) << entry->properties[i].name;
                 EXPECT_EQ(std::memcmp(&back.color, &settings[i].color, sizeof back.color), 0);
             }
@@ -166,8 +154,9 @@ TEST(Frei0rTest, PluginsDescribeThemselvesAndRunLikeTheLibrary) {
                 pixel = static_cast<uint32_t>(random());
             Frame output = inPlace ? input : Frame(input.size());
             update(instance, 0.0, inPlace ? output.data() : input.data(), output.data());
-            if (entry->id != MediaCore::AVPROCESSOR_ADD_NOISE)
-                EXPECT_TRUE(output == LibraryResult(*entry, settings, {input})[0]) << inPlace;
+            EXPECT_TRUE(entry->id == MediaCore::AVPROCESSOR_ADD_NOISE ||
+                        output == LibraryResult(*entry, settings, {input})[0])
+                << inPlace;
             // A host's slips change nothing: no instance, no value, no such parameter.
             double untouched = -1.0;
             for (int index : {-1, static_cast<int>(settings.size())}) {
@@ -183,6 +172,7 @@ TEST(Frei0rTest, PluginsDescribeThemselvesAndRunLikeTheLibrary) {
             ENTRY(plugin, f0r_destruct)(instance);
         }
     }
+    EXPECT_EQ(built, expected);
 }
 
 namespace {
@@ -213,7 +203,7 @@ std::vector<Frame> Ffmpeg(const std::string& filters) {
 TEST(FfmpegTest, EveryEffectRunsInFfmpegWithItsParametersLikeTheLibrary) {
     if (std::system("ffmpeg -hide_banner -filters 2>/dev/null | grep -q ' frei0r '") != 0)
         GTEST_SKIP() << "ffmpeg with its frei0r filter is not installed";
-    if (std::string(LF_SANITIZER_RUNTIME) == "none")
+    if (const std::string runtime = LF_SANITIZER_RUNTIME; !runtime.empty() && !fs::exists(runtime))
         GTEST_SKIP() << "no sanitizer runtime that ffmpeg could load before the plug-ins";
     const std::vector<Frame> pattern = Ffmpeg("");
     for (const EffectDescription* entry : BuiltEffects()) {
