@@ -1,16 +1,13 @@
 // lfx end to end: its list, its files compared with the library's own result and with what the
 // ffmpeg tools make of them, its errors and its exits.
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <thread>
 
 #include "Available.h"
@@ -32,9 +29,8 @@ struct Outcome {
 };
 
 std::string ReadAll(const fs::path& path) {
-    std::stringstream text;
-    text << std::ifstream(path, std::ios::binary).rdbuf();
-    return text.str();
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 // What the library itself makes of a w x h picture in BGRA, or in YUV 4:2:0 with its planes one
