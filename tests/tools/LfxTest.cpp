@@ -8,6 +8,7 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <numeric>
 #include <thread>
 
 #include "Available.h"
@@ -282,9 +283,9 @@ TEST_F(LfxTest, TurnedVideosComeOutAsFfmpegShowsThem) {
 // Whatever stops lfx mid-run, from a person, a closed terminal or a job runner, no file is left.
 TEST_F(LfxTest, StoppingSignalsLeaveNoFile) {
     for (const int signal : {SIGTERM, SIGHUP, SIGINT, SIGQUIT}) {
+        // Started as a job runner does, with every stopping signal at its default.
         const pid_t child = fork();
-        if (child ==
-            0) {  // started as a job runner does, with every stopping signal at its default
+        if (child == 0) {
             for (const int stopping : {SIGTERM, SIGHUP, SIGINT, SIGQUIT})
                 std::signal(stopping, SIG_DFL);
             if (chdir(dir_.c_str()) == 0)
@@ -324,11 +325,10 @@ TEST_F(LfxTest, EveryOutputWorksInEitherLayout) {
         if (std::string(c.output) != "out.jpg") continue;
         const std::string picture = Raw(c.output);
         ASSERT_EQ(picture.size(), first.size());
-        double difference = 0;  // mean, over every byte
-        for (size_t i = 0; i < picture.size(); ++i)
-            difference +=
-                std::abs(uint8_t(picture[i]) - uint8_t(first[i])) / double(picture.size());
-        EXPECT_LT(difference, 8);
+        const double difference = std::transform_reduce(  // mean, over every byte
+            picture.begin(), picture.end(), first.begin(), 0.0, std::plus<>(),
+            [](char a, char b) { return std::abs(uint8_t(a) - uint8_t(b)); });
+        EXPECT_LT(difference / picture.size(), 8);
     }
 }
 
