@@ -144,6 +144,16 @@ TEST(VideoFrame, CloneCopiesIntoOneAlignedBlock) {
     EXPECT_EQ(copied->GetTotalSize(), 7692u);
     EXPECT_EQ(reinterpret_cast<uintptr_t>(copied->GetBuffer(0u)->data) % 16, 0u);
     copied->Free();
+
+    // A frame never given memory clones as zeros, in the row order it was last given.
+    CVideoFrame bare(false, PIXFMT_GRAY8, 4, 2, true);
+    bare.GetBuffer(0u)->pitch = 4;
+    bare.SetTopDown(false);
+    copied = static_cast<CVideoFrame*>(bare.Clone());
+    const uint8_t* zeros = copied->GetBuffer(0u)->data;
+    EXPECT_EQ(std::vector<uint8_t>(zeros, zeros + 8), std::vector<uint8_t>(8, 0));
+    EXPECT_FALSE(copied->IsTopDown());
+    copied->Free();
 }
 
 TEST(VideoFrame, SubFrameInterfacesBorderDataAndFree) {
