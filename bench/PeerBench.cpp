@@ -157,6 +157,7 @@ const std::vector<Pair> kPairs = {
      OpenCv("eq")},
     {AVPROCESSOR_REVERSE, {{"mirror", "1"}}, OpenCv("mirror")},
     {AVPROCESSOR_REVERSE, {{"vertical", "1"}}, OpenCv("vflip")},
+    {AVPROCESSOR_REVERSE, {{"mirror", "1"}, {"vertical", "1"}}, OpenCv("rotate180")},
     {AVPROCESSOR_GAUSS_BLUR, {{"blur_count", "1"}}, OpenCv("blur")},
     {AVPROCESSOR_LAPLACIAN_SHARPEN, {{"sharpen_count", "1"}}, OpenCv("sharpen")},
     {AVPROCESSOR_EMBOSS, {}, OpenCv("emboss")},

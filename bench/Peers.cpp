@@ -350,6 +350,9 @@ std::pair<std::string, Work> MakeWork(const std::string& name, const Planes& pla
     }
     if (name == "mirror") return EachPlane("flip (y axis)", [](cv::Mat& p) { cv::flip(p, p, 1); });
     if (name == "vflip") return EachPlane("flip (x axis)", [](cv::Mat& p) { cv::flip(p, p, 0); });
+    if (name == "rotate180") {
+        return EachPlane("flip (both axes)", [](cv::Mat& p) { cv::flip(p, p, -1); });
+    }
     if (name == "blur") {
         return EachPlane("GaussianBlur 3x3", [](cv::Mat& p) {
             cv::GaussianBlur(p, p, cv::Size(3, 3), 0, 0, cv::BORDER_REPLICATE);

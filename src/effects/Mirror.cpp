@@ -80,6 +80,17 @@ constexpr Simd::Variant<SwapReversedFn> kSwapReversed32[] = {
 #endif
 };
 
+// Asks for a row's cache lines two rows ahead of the walk. A reversed half runs against the
+// hardware's own guess of the next line, which left mirrored planes well behind a copy on
+// frames that are not in cache. (BGRA rows turned both ways lose a little by it: not asked
+// there.)
+inline void PrefetchRow(const Plane& p, unsigned y) {
+    if (y >= p.rows) return;
+    const uint8_t* row = p.Row(y);
+    for (size_t i = 0; i < p.rowBytes; i += 64)
+        __builtin_prefetch(row + i, 1);
+}
+
 // Turns one plane seen as rows of n units of `unit` bytes. Units past the last whole one and
 // the pitch padding stay where they are.
 void MirrorPlane(const Plane& p, size_t unit, bool horizontal, bool vertical) {
@@ -96,6 +107,10 @@ void MirrorPlane(const Plane& p, size_t unit, bool horizontal, bool vertical) {
         for (unsigned i = 0; i < hh; ++i) {
             uint8_t* top = p.Row(hh - 1 - i);
             uint8_t* bottom = p.Row(hh + oh + i);
+            if (unit == 1 && i + 2 < hh) {
+                PrefetchRow(p, hh - 3 - i);
+                PrefetchRow(p, hh + oh + i + 2);
+            }
             StageRow(top);
             StageRow(bottom);
             swapReversed(top, bottom + n * unit, hn);
@@ -103,6 +118,7 @@ void MirrorPlane(const Plane& p, size_t unit, bool horizontal, bool vertical) {
         }
     } else if (horizontal) {
         for (unsigned y = 0; y < p.rows; ++y) {
+            PrefetchRow(p, y + 2);
             StageRow(p.Row(y));
             swapReversed(p.Row(y), p.Row(y) + n * unit, hn);
         }
