@@ -42,7 +42,8 @@ HarnessPtr Harness(const char* element, const GstVideoInfo& info) {
     return harness;
 }
 
-// A picture of noise, at a width whose planes GStreamer lays out in padded rows (but BGRA's).
+// A picture of noise 69 pixels wide, so that GStreamer pads the rows of its planes (all but
+// BGRA's).
 struct Picture {
     GstVideoInfo info;
     std::vector<guint8> bytes;
