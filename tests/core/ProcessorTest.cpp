@@ -3,7 +3,6 @@
 
 #include <dlfcn.h>
 
-#include <memory>
 #include <tuple>
 
 #include "libfilter/CProcessor.h"
@@ -14,23 +13,15 @@ using testing_support::ReportWatch;
 
 namespace {
 
-CProcessor::PropertyNode Tagged(unsigned type, const char* text) {
-    CProcessor::PropertyNode node;
-    node.value = text;
-    node.type = type;
-    return node;
-}
-
 // A processor with one property of each tag, and a record of what OnSetProperty saw.
-class ProbeProcessor final : public CProcessor {
-public:
+struct ProbeProcessor final : CProcessor {
     ProbeProcessor() : CProcessor(AVPROCESSOR_GRAY, 7, 9) {
         AddProperty("size", PropertyNode::Int32(3));
         AddProperty("size", PropertyNode::Int32(99));  // the first registration wins
         AddProperty("ratio", PropertyNode::Double(0.5, "0.5"));
-        AddProperty("big", Tagged(PROPERTY_INT64, "0"));
-        AddProperty("small", Tagged(PROPERTY_INT16, "0"));
-        AddProperty("label", Tagged(PROPERTY_TEXT, "hello"));
+        AddProperty("big", {"0", PROPERTY_INT64});
+        AddProperty("small", {"0", PROPERTY_INT16});
+        AddProperty("label", {"hello", PROPERTY_TEXT});
         AddProperty("duration", PropertyNode::Int32(1));
         AddInterface("probe", this);
         AddInterface("probe", nullptr);
@@ -40,18 +31,15 @@ public:
         ++calls;
         return CProcessor::OnSetProperty(name, node);
     }
-    const PropertyNode& Node(const char* name) {
-        return *CProcessor::GetProperty(std::string(name));
-    }
+    const PropertyNode& Node(const char* name) { return *GetProperty(std::string(name)); }
 
     std::string lastName;
     int calls = 0;
 };
 
 struct ProcessorFixture : testing::Test {
-    std::unique_ptr<ProbeProcessor> owner = std::make_unique<ProbeProcessor>();
-    ProbeProcessor& probe = *owner;
-    GProcessor* face = owner.get();
+    ProbeProcessor probe;
+    GProcessor* face = &probe;
 };
 
 }  // namespace

@@ -1,5 +1,5 @@
-// Rotation: the documented geometry, a worked turn each way, converters, bad hosts and vector
-// forms. Edge shapes of every format staying inside their frames are Robustness's.
+// Rotation: the documented geometry, a worked turn each way, converters and bad hosts. Vector
+// forms against the scalar rule are EveryEffect's, edge shapes Robustness's.
 #include <gtest/gtest.h>
 
 #include <tuple>
@@ -10,10 +10,7 @@
 #include "support/TestFrame.h"
 
 using namespace MediaCore;
-using testing_support::FrameShape;
-using testing_support::ReportWatch;
-using testing_support::TestController;
-using testing_support::TestImage;
+using namespace testing_support;
 
 namespace {
 
@@ -182,13 +179,4 @@ TEST_F(RotateFixture, DirectCallsStayWithTheirOwnFrames) {
     EXPECT_FALSE(rotate->ProcessBGRA90(&bgra.Frame(), 3));
     EXPECT_EQ(watch.LastMessage(), "rotate direction invalid, val3");
     EXPECT_TRUE(yuv.GuardsIntact() && bgra.GuardsIntact());
-}
-
-TEST_F(RotateFixture, VectorFormsMatchTheScalarRule) {
-    std::vector<FrameShape> shapes = testing_support::KernelShapes({0});
-    shapes.insert(shapes.end(), {{0, 1920, 1080}, {0, 200, 300, 3, true}, {0, 301, 97, 1}});
-    for (const char* angle : {"90", "270"}) {
-        effect->SetProperty("rotate90_angle", angle);
-        EXPECT_EQ(testing_support::FirstShapeDiffering(effect, shapes), "") << angle;
-    }
 }

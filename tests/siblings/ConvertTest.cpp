@@ -1,5 +1,5 @@
 // libconvert: format and size round trips, channel order and range, ownership of converted
-// frames, extreme shrinks, and the rotation driven through it on full-HD frames.
+// frames, extreme shrinks, and the rotation driven through it.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -14,8 +14,7 @@
 #include "support/TestFrame.h"
 
 using namespace MediaCore;
-using testing_support::FrameShape;
-using testing_support::TestImage;
+using namespace testing_support;
 
 namespace {
 
@@ -65,8 +64,7 @@ TEST_F(ConvertFixture, EveryFormatRoundTripsThroughBgra) {
         TestImage image(shape, 1);
         PaintGradient(image);
         for (int format : kFormats) {
-            SCOPED_TRACE(testing::Message()
-                         << testing_support::ShapeName(shape) << " via " << format);
+            SCOPED_TRACE(testing::Message() << ShapeName(shape) << " via " << format);
             ConverterPtr there = Make(format), back = Make(PIXFMT_BGRA32);
             GVideoFrame* converted = there->Convert(&image.Frame());
             ASSERT_NE(converted, nullptr);
@@ -139,7 +137,7 @@ TEST_F(ConvertFixture, SizesOwnershipAndRefusals) {
         TestImage odd(shape, 3);
         odd.Frame().CropRightAndBottom(shape.width / 3, 1);
         ConverterPtr to = Make(PIXFMT_BGRA32), down = Make(PIXFMT_YUV410P, 3, 3);
-        EXPECT_NE(to->Convert(&odd.Frame()), nullptr) << testing_support::ShapeName(shape);
+        EXPECT_NE(to->Convert(&odd.Frame()), nullptr) << ShapeName(shape);
         EXPECT_NE(down->Convert(&odd.Frame()), nullptr);
         EXPECT_TRUE(odd.GuardsIntact());
     }
@@ -170,38 +168,22 @@ TEST_F(ConvertFixture, ExtremeShrinksConvert) {
     }
 }
 
-TEST_F(ConvertFixture, RotationOfFullHdThroughTheScaler) {
-    // Luma bright in the top-right quarter only; a quarter turn counter-clockwise moves it to
-    // the top-left of the turned picture, which stands 606 wide at column 657.
-    for (int format : {0, 30}) {
-        TestImage image({format, 1920, 1080}, 1);
-        for (unsigned p = 0; p < image.PlaneCount(); ++p) {
-            for (unsigned y = 0; y < image.Rows(p); ++y) {
-                const unsigned bytes = image.RowBytes(p);
-                for (unsigned x = 0; x < bytes; ++x) {
-                    const bool bright = y < image.Rows(p) / 2 && x >= bytes / 2;
-                    const bool colour = format == 30 ? x % 4 != 3 : p == 0;
-                    image.Row(p, y)[x] = colour ? (bright ? 235 : 16) : (format == 30 ? 255 : 128);
-                }
-            }
-        }
-        GVideoProcessor* rotate = libfilter_GetFilter(controller, AVPROCESSOR_ROTATE90);
-        ImagePostion position{};
-        rotate->ProcFrameInPlace(&position, 0, &image.Frame());
-        EXPECT_EQ(position.left, 657);
-        EXPECT_EQ(position.top, 0);
-        EXPECT_EQ(position.width, 606);
-        EXPECT_EQ(position.height, 1080);
-        const unsigned unit = format == 30 ? 4 : 1;
-        auto at = [&](unsigned x, unsigned y) { return image.Row(0, y)[x * unit + (unit == 4)]; };
-        const int black = format == 30 ? 0 : 16;  // black borders are full-range in BGRA
-        for (unsigned y : {10u, 500u, 1070u}) {
-            EXPECT_NEAR(at(600, y), black, 2) << format;  // beside the picture
-            EXPECT_NEAR(at(1300, y), black, 2) << format;
-        }
-        EXPECT_NEAR(at(657 + 150, 270), 235, 3) << format;  // top-left of the turned picture
-        EXPECT_NEAR(at(657 + 450, 270), 16, 3) << format;
-        EXPECT_NEAR(at(657 + 150, 810), 16, 3) << format;
-        rotate->Free();
+// Luma bright in the top-right quarter of a 64 x 32 frame only: a quarter turn counter-clockwise
+// through the scaler moves it to the top-left of the turned picture, 16 wide at column 24
+// between black columns.
+TEST_F(ConvertFixture, RotationThroughTheScaler) {
+    TestImage image({0, 64, 32}, 1);
+    for (unsigned y = 0; y < 32; ++y) {
+        std::memset(image.Row(0, y), 16, 64);
+        if (y < 16) std::memset(image.Row(0, y) + 32, 235, 32);
     }
+    FactoryEffect rotate(libfilter_GetFilter(controller, AVPROCESSOR_ROTATE90));
+    ImagePostion position{};
+    rotate.p->ProcFrameInPlace(&position, 0, &image.Frame());
+    EXPECT_EQ(std::make_tuple(position.left, position.width, position.height),
+              std::make_tuple(24, 16, 32));
+    // {column, row, luma}: beside the picture, then its top-left, top-right and bottom-left.
+    const int samples[][3] = {{20, 5, 16}, {44, 5, 16}, {28, 8, 235}, {36, 8, 16}, {28, 24, 16}};
+    for (const auto& [x, y, luma] : samples)
+        EXPECT_NEAR(image.Row(0, y)[x], luma, 3) << x << "," << y;
 }

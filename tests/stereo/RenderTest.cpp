@@ -15,10 +15,7 @@
 #include "support/TestFrame.h"
 
 using namespace MediaCore;
-using testing_support::FrameShape;
-using testing_support::ReportWatch;
-using testing_support::TestController;
-using testing_support::TestImage;
+using namespace testing_support;
 
 namespace {
 
@@ -148,7 +145,7 @@ TEST(StereoRender, WorkedRows) {
 // checks that every write stays inside the planes; the modes that write nothing (none,
 // green-magenta, 5) give the output back with all three frames as they were.
 TEST(StereoRender, VectorFormsMatchTheRuleOnAnyGeometry) {
-    const auto shapes = testing_support::KernelShapes(kFormats);
+    const auto shapes = KernelShapes(kFormats);
     for (size_t i = 0; i < shapes.size(); ++i) {
         const FrameShape& shape = shapes[i];
         const unsigned w = shape.width, h = shape.height;
@@ -166,13 +163,13 @@ TEST(StereoRender, VectorFormsMatchTheRuleOnAnyGeometry) {
                 const auto rule = RenderCase(mode, shape, left, right, alias, Simd::kScalar);
                 if (mode == 0 || mode == 2 || mode == 5) {
                     EXPECT_EQ(rule, RenderCase(kUnrendered, shape, left, right, alias))
-                        << testing_support::ShapeName(shape) << " mode " << mode;
+                        << ShapeName(shape) << " mode " << mode;
                     continue;
                 }
                 for (int level = Simd::kSse2; level <= Simd::HostLevel(); ++level) {
                     ASSERT_EQ(RenderCase(mode, shape, left, right, alias, Simd::Level(level)), rule)
-                        << testing_support::ShapeName(shape) << " mode " << mode << " level "
-                        << level << " alias " << static_cast<int>(alias) << " views " << i % 3;
+                        << ShapeName(shape) << " mode " << mode << " level " << level << " alias "
+                        << static_cast<int>(alias) << " views " << i % 3;
                 }
             }
         }
