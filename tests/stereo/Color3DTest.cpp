@@ -18,8 +18,9 @@ namespace {
 // A host that converts into packed 24-bit only.
 struct ForwardOnlyHost : TestController {
     GFrameConverter* CreateFrameConverter(int format, unsigned w, unsigned h, int option) override {
-        if (format != PIXFMT_PACKED24_2) return nullptr;
-        return TestController::CreateFrameConverter(format, w, h, option);
+        return format == PIXFMT_PACKED24_2
+                   ? TestController::CreateFrameConverter(format, w, h, option)
+                   : nullptr;
     }
 };
 
