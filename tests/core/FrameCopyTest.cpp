@@ -20,7 +20,7 @@ std::vector<uint8_t> PlaneBytes(TestImage& image, unsigned plane) {
 
 }  // namespace
 
-TEST(CopyVideoFrame, RejectsNullAndMismatchedFrames) {
+TEST(CopyVideoFrame, RefusesMismatchesAndCopiesBlocksAndTheStatedAttributes) {
     TestImage yuv({0, 640, 480}, 1), bgra({30, 640, 480}, 2), shorter({0, 640, 360}, 3);
     const auto before = yuv.Snapshot();
     const std::pair<MediaCore::GVideoFrame*, const char*> cases[] = {
@@ -36,15 +36,12 @@ TEST(CopyVideoFrame, RejectsNullAndMismatchedFrames) {
                                   std::string("../libcore/libcore_srcutils/CVideoFrame")));
     }
     EXPECT_EQ(yuv.Snapshot(), before);
-}
-
-// Planes go over as one block of the source's pitch x rows, so rows land shifted when the
-// pitches differ; the block stops at the destination plane's end either way.
-TEST(CopyVideoFrame, CopiesPlaneBlocksAndTheStatedAttributesOnly) {
-    const std::pair<FrameShape, unsigned> cases[] = {{{0, 33, 17, 5}, 5}, {{30, 9, 4, 12}, 12},
-                                                     {{35, 16, 8, 0}, 0}, {{11, 8, 3, 4}, 4},
-                                                     {{0, 24, 10, 8}, 0}, {{0, 24, 10, 0}, 8}};
-    for (const auto& [shape, dstPadding] : cases) {
+    // Planes go over as one block of the source's pitch x rows, so rows land shifted when the
+    // pitches differ; the block stops at the destination plane's end either way.
+    const std::pair<FrameShape, unsigned> blocks[] = {{{0, 33, 17, 5}, 5}, {{30, 9, 4, 12}, 12},
+                                                      {{35, 16, 8, 0}, 0}, {{11, 8, 3, 4}, 4},
+                                                      {{0, 24, 10, 8}, 0}, {{0, 24, 10, 0}, 8}};
+    for (const auto& [shape, dstPadding] : blocks) {
         SCOPED_TRACE(ShapeName(shape) + " into padding " + std::to_string(dstPadding));
         const FrameShape dstShape{shape.format, shape.width, shape.height, dstPadding};
         TestImage src(shape, 10), dst(dstShape, 20), untouched(dstShape, 20);
