@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <tuple>
 #include <vector>
 
 #include "libfilter/IException.h"
@@ -46,25 +47,23 @@ TEST(Siblings, HostSinkTakesOverUntilNullPutsLiblogsBack) {
 
 TEST(Siblings, GExceptionFields) {
     GException e;
-    EXPECT_FALSE(e.HasError());
+    // Whether it holds an error, its code, file, line and message.
+    auto fields = [&] {
+        return std::make_tuple(e.HasError(), e.GetCode(), std::string(e.GetFile()), e.GetLine(),
+                               std::string(e.GetMessage()));
+    };
     e.SetError(nullptr, 5, "ignored");
-    EXPECT_FALSE(e.HasError());
+    EXPECT_EQ(fields(), std::make_tuple(false, 0, std::string(), 0u, std::string()));
     e.SetErrorCode(9, "msg", 5, nullptr);
-    EXPECT_TRUE(e.HasError());
-    EXPECT_EQ(e.GetCode(), 9);
-    EXPECT_STREQ(e.GetFile(), "");
+    EXPECT_EQ(fields(), std::make_tuple(true, 9, std::string(), 5u, std::string("msg")));
     e.SetError("again", 6, "file");
-    EXPECT_EQ(e.GetCode(), 0);
-    EXPECT_STREQ(e.GetFile(), "file");
+    EXPECT_EQ(fields(), std::make_tuple(true, 0, std::string("file"), 6u, std::string("again")));
     e.Clear();
-    EXPECT_STREQ(e.GetMessage(), "");
-    EXPECT_FALSE(e.HasError());
+    EXPECT_EQ(fields(), std::make_tuple(false, 0, std::string(), 0u, std::string()));
 }
 
 TEST(Siblings, CoreCopiesAndKnowsTheProcessor) {
-    std::vector<unsigned char> from(1000), to(1000);
-    for (size_t i = 0; i < from.size(); ++i)
-        from[i] = static_cast<unsigned char>(i * 7);
+    std::vector<unsigned char> from(1000, 7), to(1000);
     EXPECT_EQ(libcore_memcpy(to.data(), from.data(), from.size()), to.data());
     EXPECT_EQ(from, to);
     EXPECT_EQ(libcore_memcpy(nullptr, nullptr, 0), nullptr);
