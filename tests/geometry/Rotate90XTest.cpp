@@ -44,11 +44,8 @@ TEST_F(RotateFixture, Geometry) {
         EXPECT_EQ(image.Row(0, y)[657 + 606], 16);
         EXPECT_EQ(image.Row(1, y / 2)[300], 128);
     }
-    TestImage square({0, 10, 10}, 1), wide({0, 36, 20}, 4);
+    TestImage square({0, 10, 10}, 1);
     EXPECT_EQ(Run(square), (std::array<int, 6>{0, 0, 0, 3, 10, 10}));
-    Run(wide);
-    EXPECT_EQ(wide.Row(0, 0)[0], 16);
-    EXPECT_EQ(wide.Row(0, 19)[35], 16);
 }
 
 // A square 4:2:0 frame turns in place, luma 1 to 16 row by row in memory. The source column

@@ -131,22 +131,16 @@ TEST_F(ConvertFixture, SizesOwnershipAndRefusals) {
 // Shrink ratios that fault or abort inside the scaling library when driven naively: far past
 // its filter sizes, and rows shrinking several times while fed in slices.
 TEST_F(ConvertFixture, ExtremeShrinksConvert) {
-    struct Case {
-        int from, to;
-        unsigned w, h, outW, outH;
-    };
-    const Case cases[] = {
-        {0, 0, 990, 4, 4, 4},      {0, 0, 4, 990, 4, 2},      {30, 30, 2000, 8, 8, 2},
-        {0, 0, 990, 990, 4, 4},    {13, 6, 2, 2674, 5, 54},   {5, 7, 1526, 871, 34, 322},
-        {3, 6, 1, 3645, 7, 381},   {35, 6, 1896, 44, 258, 3}, {7, 6, 476, 2718, 454, 289},
-        {2, 6, 13, 3108, 34, 221}, {30, 0, 9000, 4, 1, 4},
-    };
-    for (const Case& c : cases) {
-        TestImage image({c.from, c.w, c.h}, 5);
-        ConverterPtr scaler = Make(c.to, c.outW, c.outH);
-        EXPECT_NE(scaler->Convert(&image.Frame()), nullptr)
-            << c.from << " " << c.w << "x" << c.h << " to " << c.to << " " << c.outW << "x"
-            << c.outH;
+    // {from format, width, height, to format, width, height}
+    const int cases[][6] = {
+        {0, 990, 4, 0, 4, 4},      {0, 4, 990, 0, 4, 2},      {30, 2000, 8, 30, 8, 2},
+        {0, 990, 990, 0, 4, 4},    {13, 2, 2674, 6, 5, 54},   {5, 1526, 871, 7, 34, 322},
+        {3, 1, 3645, 6, 7, 381},   {35, 1896, 44, 6, 258, 3}, {7, 476, 2718, 6, 454, 289},
+        {2, 13, 3108, 6, 34, 221}, {30, 9000, 4, 0, 1, 4}};
+    for (const auto& c : cases) {
+        TestImage image({c[0], unsigned(c[1]), unsigned(c[2])}, 5);
+        EXPECT_NE(Make(c[3], c[4], c[5])->Convert(&image.Frame()), nullptr)
+            << c[0] << " " << c[1] << "x" << c[2] << " to " << c[3] << " " << c[4] << "x" << c[5];
         EXPECT_TRUE(image.GuardsIntact());
     }
 }
