@@ -3,8 +3,7 @@
 // scalar rule are EveryEffect's, edge shapes Robustness's.
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <cstring>
+#include <cstdlib>
 
 #include "core/Planes.h"
 #include "libfilter/libfilter.h"
@@ -15,8 +14,6 @@ using namespace MediaCore;
 using namespace testing_support;
 
 namespace {
-
-const std::vector<int> kFormats = {30, 0, 4, 6, 7, 12, 13, 35, 90};
 
 // A BGRA frame whose pixel x holds x in its first byte; and that byte at x in a view.
 TestImage Columns(unsigned width) {
@@ -53,9 +50,8 @@ struct StereoEffect : testing::Test {
 
 TEST_F(StereoEffect, DefaultsDepthRoundingAndViewColumns) {
     int tag = -1;
-    EXPECT_STREQ(effect.p->GetProperty("type", &tag), "1");
-    EXPECT_STREQ(effect.p->GetProperty("depth", &tag), "60");
-    EXPECT_STREQ(effect.p->GetProperty("swap", &tag), "0");
+    for (const auto& [name, value] : {std::pair{"type", "1"}, {"depth", "60"}, {"swap", "0"}})
+        EXPECT_STREQ(effect.p->GetProperty(name, &tag), value);
     EXPECT_EQ(tag, 3);
     TestImage wide = Columns(160), frame = Columns(200), narrow = Columns(80);
     EXPECT_EQ(Column(stereo->PrepareLV(&wide.Frame()), 159), 99u);
@@ -89,9 +85,9 @@ TEST_F(StereoEffect, DefaultsDepthRoundingAndViewColumns) {
 
 // A fresh effect (no type set) renders side by side although "type" reads 1; any swap but 0
 // swaps; each new size and depth gives the frame its own views. Types that are not anaglyphs
-// ask the host for nothing; the anaglyphs do.
+// ask the host for nothing (the anaglyphs' requests are the colour test's).
 TEST_F(StereoEffect, FramesAreTheRenderingOfTheirViews) {
-    for (int format : kFormats) {
+    for (int format : {30, 0, 4, 6, 7, 12, 13, 35, 90}) {
         for (const char* type : {static_cast<const char*>(nullptr), "3", "4", "0", "7"}) {
             FactoryEffect used(libfilter_GetFilter(&host, AVPROCESSOR_2DTO3D));
             if (type != nullptr) used.p->SetProperty("type", type);
@@ -109,14 +105,6 @@ TEST_F(StereoEffect, FramesAreTheRenderingOfTheirViews) {
         }
     }
     EXPECT_TRUE(host.requests.empty());
-    // The colour types go to the anaglyph, which asks for packed 24-bit work frames.
-    for (const char* type : {"1", "2"}) {
-        effect.Set({{"type", type}});
-        TestImage image({0, 10, 4}, 6);
-        effect.Run(image.Frame());
-    }
-    ASSERT_FALSE(host.requests.empty());
-    EXPECT_EQ(host.requests[0].format, PIXFMT_PACKED24_2);
 }
 
 TEST_F(StereoEffect, AttachedSecondViewIsRenderedDirectly) {

@@ -137,13 +137,15 @@ TEST(ColourStereo, ConvertersKeptAndFailingHosts) {
 }
 
 // Small shapes at every level are EveryEffect's; here a work frame large enough to be streamed,
-// its rows starting off the vector alignment.
+// its rows starting off the vector alignment, made by the 2D-to-3D effect's colour types.
 TEST(ColourStereo, StreamedWorkFrameMatchesTheRule) {
     TestController host;
-    GVideoProcessor* effect = libfilter_GetFilter(&host, AVPROCESSOR_2DTO3D);
+    FactoryEffect effect(libfilter_GetFilter(&host, AVPROCESSOR_2DTO3D));
     for (const char* type : {"1", "2"}) {
-        effect->SetProperty("type", type);
-        EXPECT_EQ(FirstLevelDiffering(effect, {0, 2049, 2048}, false, 3), "") << type;
+        effect.Set({{"type", type}});
+        EXPECT_EQ(FirstLevelDiffering(effect.p, {0, 2049, 2048}, false, 3), "") << type;
     }
-    effect->Free();
+    // 2D to 3D hands its colour types to the anaglyph, which asks for packed 24-bit work frames.
+    ASSERT_FALSE(host.requests.empty());
+    EXPECT_EQ(host.requests[0].format, PIXFMT_PACKED24_2);
 }
