@@ -70,10 +70,8 @@ std::vector<uint8_t> AllBytes(GVideoFrame* frame) {
     std::vector<uint8_t> bytes;
     auto* own = dynamic_cast<CVideoFrame*>(frame);
     for (unsigned i = 0; own != nullptr && own->GetBuffer(i) != nullptr; ++i) {
-        const CVideoFrame::PlaneRecord* plane = own->GetBuffer(i);
-        if (plane->data != nullptr)
-            bytes.insert(bytes.end(), plane->data,
-                         plane->data + size_t{plane->rows} * plane->pitch);
+        const CVideoFrame::PlaneRecord& p = *own->GetBuffer(i);
+        if (p.data != nullptr) bytes.insert(bytes.end(), p.data, p.data + size_t{p.rows} * p.pitch);
     }
     return bytes;
 }
