@@ -86,8 +86,9 @@ TEST(EveryEffect, ProcFrameGivesACopyChangedInPlace) {
             if (shape.width != 1920 && random() % 8 != 0) continue;
             const PropertyList settings = Settings(*served.description, 1 + i % 3, shape, random);
             FactoryEffect effect(served.Create(), settings);
-            FrameShape other = shape;  // a host frame to write into: the same or more padding
-            other.padding += i % 3 == 0 ? 5 : 0;
+            // A host frame to write into: the same or more padding.
+            const FrameShape other{shape.format, shape.width, shape.height,
+                                   shape.padding + (i % 3 == 0 ? 5 : 0), shape.bottomUp};
             const auto seed = static_cast<uint32_t>(i);
             TestImage host(shape, seed), reference(shape, seed), target(other, 99),
                 expected(other, 99);

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <memory>
 #include <tuple>
 
 #include "base/GStringList.h"
@@ -25,15 +24,14 @@ TEST_F(ListFixture, AppendInsertFindRemoveAndFailures) {
     EXPECT_EQ(list->Append("b"), 0u);
     EXPECT_EQ(list->Append("d"), 1u);
     EXPECT_EQ(list->Insert(0u, "a"), 0u);
-    GString* c = new CGString("c");
-    EXPECT_EQ(list->Insert(2, c), 2u);
+    EXPECT_EQ(list->Insert(2, new CGString("c")), 2u);
     EXPECT_EQ(list->GetCount(), 4u);
     EXPECT_EQ(At(0) + At(1) + At(2) + At(3), "abcd");
     EXPECT_EQ(list->Find("c"), 2u);
 
     // Find by object matches by text, not identity.
-    auto probe = std::make_unique<CGString>("d");
-    EXPECT_EQ(list->Find(probe.get()), 3u);
+    CGString probe("d");
+    EXPECT_EQ(list->Find(&probe), 3u);
 
     EXPECT_TRUE(list->Remove(0));
     EXPECT_EQ(list->Find("b"), 0u);

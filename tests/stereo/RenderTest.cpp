@@ -27,11 +27,10 @@ std::array<std::vector<uint8_t>, 3> RenderCase(int mode, const FrameShape& out,
     C3DRender renderer(nullptr);
     Simd::SetLevelLimit(level);
     renderer.SetRenderMode(static_cast<Type3D>(mode));
-    if (mode >= 0) {
+    if (mode >= 0)
         EXPECT_EQ(renderer.Render(alias == 1 ? &o.Frame() : &l.Frame(),
                                   alias == 2 ? &o.Frame() : &r.Frame(), &o.Frame()),
                   &o.Frame());
-    }
     Simd::SetLevelLimit(Simd::kAvx512);
     EXPECT_TRUE(o.GuardsIntact() && l.GuardsIntact() && r.GuardsIntact());
     return {o.Snapshot(), l.Snapshot(), r.Snapshot()};
