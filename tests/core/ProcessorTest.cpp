@@ -111,11 +111,8 @@ TEST_F(ProcessorFixture, FailuresReportOnceAndChangeNothing) {
     EXPECT_TRUE(face->GetProperty("xyz", &type) == nullptr && type == 77);
     EXPECT_EQ(face->GetProperty(nullptr, &type), nullptr);
     EXPECT_EQ(watch.Count(), 5u);
-}
-
-// A host that releases through a null processor pointer calls the exported Free with a null
-// object; nothing may happen.
-TEST(ProcessorFree, ExportedFreeOnNullIsHarmless) {
+    // A host that releases through a null processor pointer calls the exported Free with a null
+    // object; nothing may happen.
     using FreeFn = void (*)(void*);
     const auto free =
         reinterpret_cast<FreeFn>(dlsym(RTLD_DEFAULT, "_ZN9MediaCore10CProcessor4FreeEv"));

@@ -39,7 +39,7 @@ std::tuple<int, unsigned, unsigned, bool, unsigned> Facts(GVideoFrame* frame) {
 
 // A smooth picture (red grows to the right, green downwards, blue fixed, alpha opaque) through
 // every format and back loses a little to subsampled chroma and limited-range rounding.
-TEST_F(ConvertFixture, EveryFormatRoundTripsThroughBgra) {
+TEST_F(ConvertFixture, EveryFormatRoundTripsThroughBgraChannelOrderAndRange) {
     for (const FrameShape& shape : {FrameShape{30, 64, 48, 4}, FrameShape{30, 33, 17, 0, true}}) {
         TestImage image(shape, 1);
         for (unsigned y = 0; y < shape.height; ++y) {
@@ -66,9 +66,8 @@ TEST_F(ConvertFixture, EveryFormatRoundTripsThroughBgra) {
             }
         }
     }
-}
-
-TEST_F(ConvertFixture, ChannelOrderAndRange) {
+    // Channel order of the packed 24-bit formats; white and black are 235 and 16 in luma,
+    // chroma centred on 128.
     TestImage image({30, 2, 2}, 1);
     for (unsigned i = 0; i < 4; ++i) {
         const uint8_t pixel[] = {10, 20, 30, 255};  // blue, green, red, alpha
@@ -79,7 +78,6 @@ TEST_F(ConvertFixture, ChannelOrderAndRange) {
     EXPECT_EQ(std::vector<uint8_t>(rgb.data, rgb.data + 3), std::vector<uint8_t>({30, 20, 10}));
     const Plane bgr = GetPlane(toBgr->Convert(&image.Frame()), 0);
     EXPECT_EQ(std::vector<uint8_t>(bgr.data, bgr.data + 3), std::vector<uint8_t>({10, 20, 30}));
-    // White and black are 235 and 16 in luma, chroma centred on 128.
     for (auto [value, luma] : {std::pair<uint8_t, int>{255, 235}, {0, 16}}) {
         for (unsigned y = 0; y < 2; ++y)
             std::memset(image.Row(0, y), value, 8);

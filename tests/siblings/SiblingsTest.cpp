@@ -9,7 +9,7 @@
 #include "libfilter/Siblings.h"
 #include "support/EffectRoster.h"
 
-TEST(Siblings, SinkKeepsLastErrorAndLogsOneLinePerReport) {
+TEST(Siblings, SinkKeepsLastErrorLogsOneLinePerReportAndGivesWayToAHostSink) {
     IException* sink = GetGException();
     GLogger* logger = GetLogger();
     const int level = logger->GetLevel();
@@ -27,22 +27,17 @@ TEST(Siblings, SinkKeepsLastErrorAndLogsOneLinePerReport) {
 
     EXPECT_EQ(liblog_GetReportCount() - before, 2u);
     EXPECT_EQ(log, "error Module:42 disk on fire\nerror Other:7 second\n");
-    EXPECT_STREQ(sink->GetMessage(), "second");
-    EXPECT_TRUE(sink->HasError());
+    EXPECT_EQ(std::make_pair(sink->HasError(), std::string(sink->GetMessage())),
+              std::make_pair(true, std::string("second")));
     sink->Clear();
-    EXPECT_FALSE(sink->HasError());
-    EXPECT_EQ(sink->GetLine(), 0u);
-}
-
-TEST(Siblings, HostSinkTakesOverUntilNullPutsLiblogsBack) {
-    IException* ours = GetGException();
+    EXPECT_EQ(std::make_pair(sink->HasError(), sink->GetLine()), std::make_pair(false, 0u));
+    // A host's sink takes over until null puts liblog's back.
     testing_support::SilentSink host;
     EXPECT_EQ(GetGException(), &host);
-    GException error("to the host", 1, "f");
     GetGException()->Report(&error);
     EXPECT_EQ(host.Reports(), 1u);
     EXPECT_EQ(liblog_SetGException(nullptr), &host);
-    EXPECT_EQ(GetGException(), ours);
+    EXPECT_EQ(GetGException(), sink);
 }
 
 TEST(Siblings, GExceptionFields) {

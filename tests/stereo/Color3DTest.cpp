@@ -30,24 +30,6 @@ bool Anaglyph(C2DToColor3D& colour, TestImage& image) {
 
 }  // namespace
 
-TEST(ColourStereo, WidensByTheDepthAndShiftsByHalf) {
-    // {depth, width, widened}
-    const unsigned cases[][3] = {
-        {60, 640, 656}, {100, 640, 640}, {150, 64, 64}, {99, 64, 128}, {-10u, 110, 111}};
-    for (const auto& [depth, width, widened] : cases) {
-        TestController host;
-        C2DToColor3D colour(&host);
-        colour.SetProperty(TYPE3D_RED_BLUE, depth);
-        TestImage image({PIXFMT_BGRA32, width, 3, 4}, 5);
-        EXPECT_TRUE(Anaglyph(colour, image));
-        ASSERT_EQ(host.requests.size(), 1u);
-        const auto& asked = host.requests[0];
-        EXPECT_EQ(std::make_tuple(asked.format, asked.width, asked.height, asked.option),
-                  std::make_tuple(int{PIXFMT_PACKED24_2}, widened, 3u, 4))
-            << depth;
-    }
-}
-
 // A flat gray BGRA picture has nothing to shift: its anaglyph is itself, whatever the padding of
 // the converted frames; a picture with detail changes, in every format. Side by side is not the
 // anaglyph's to draw: a BGRA frame stays as it was (others still make the round trip, and come
@@ -78,11 +60,26 @@ TEST(ColourStereo, FlatPicturesStayAndOthersChange) {
     }
 }
 
-// Converters are made once, forward and back, then a back converter for each new format and a
-// forward one for each new widening; all are released. Hosts that cannot convert get one report
-// and the frame as it was; a converter answering frames of half the size asked for is read only
-// as far as it goes.
-TEST(ColourStereo, ConvertersKeptAndFailingHosts) {
+// The work frame asked for is widened by the depth. Converters are made once, forward and back,
+// then a back converter for each new format and a forward one for each new widening; all are
+// released. Hosts that cannot convert get one report and the frame as it was; a converter
+// answering frames of half the size asked for is read only as far as it goes.
+TEST(ColourStereo, WideningConvertersKeptAndFailingHosts) {
+    // The work frame is widened by the depth: {depth, width, widened}.
+    const unsigned widths[][3] = {
+        {60, 640, 656}, {100, 640, 640}, {150, 64, 64}, {99, 64, 128}, {-10u, 110, 111}};
+    for (const auto& [depth, width, widened] : widths) {
+        TestController host;
+        C2DToColor3D colour(&host);
+        colour.SetProperty(TYPE3D_RED_BLUE, depth);
+        TestImage image({PIXFMT_BGRA32, width, 3, 4}, 5);
+        EXPECT_TRUE(Anaglyph(colour, image));
+        ASSERT_EQ(host.requests.size(), 1u);
+        const auto& asked = host.requests[0];
+        EXPECT_EQ(std::make_tuple(asked.format, asked.width, asked.height, asked.option),
+                  std::make_tuple(int{PIXFMT_PACKED24_2}, widened, 3u, 4))
+            << depth;
+    }
     TestController host;
     {
         C2DToColor3D colour(&host);
