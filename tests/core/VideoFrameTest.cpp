@@ -31,7 +31,7 @@ std::pair<unsigned, unsigned> Dimension(CVideoFrame& frame) {
 
 // A frame made without memory has its geometry only; crops cut row bytes and rows of every
 // plane.
-TEST(VideoFrame, GeometryAndCrops) {
+TEST(VideoFrame, GeometryCropsAndAttachedMemory) {
     CVideoFrame frame(false, PIXFMT_BGRA32, 640, 480, true);
     unsigned rowBytes = 0, pitch = 99, rows = 0, second = 9;
     EXPECT_EQ(frame.GetBuffer(0, &rowBytes, &pitch, &rows), nullptr);
@@ -75,22 +75,19 @@ TEST(VideoFrame, GeometryAndCrops) {
     EXPECT_EQ(Dimension(resized), std::make_pair(16u, 16u));
     resized.SetSize(8, 6);
     EXPECT_EQ(resized.GetRequireSize(), 8u * 6 + 2 * 4 * 3);
-}
-
-TEST(VideoFrame, SetBufferNegativePitchStoresLowestRow) {
+    // Memory handed over with negative pitches is kept by its lowest row.
     std::vector<unsigned char> y(8 * 4), u(4 * 2), v(4 * 2);
     unsigned char* data[] = {y.data() + 3 * 8, u.data() + 4, v.data() + 4};
     int pitches[] = {-8, -4, -4};
-    CVideoFrame frame(false, PIXFMT_YUV420P, 8, 4, true);
-    frame.SetBuffer(data, pitches, nullptr);
-    EXPECT_TRUE(frame.GetBuffer(0u)->data == y.data() && frame.GetBuffer(2u)->data == v.data());
-    EXPECT_EQ(std::make_tuple(frame.IsTopDown(), PlaneGeometry(frame, 0)[1],
-                              PlaneGeometry(frame, 2)[1], frame.GetTotalSize()),
+    CVideoFrame held(false, PIXFMT_YUV420P, 8, 4, true);
+    held.SetBuffer(data, pitches, nullptr);
+    EXPECT_TRUE(held.GetBuffer(0u)->data == y.data() && held.GetBuffer(2u)->data == v.data());
+    EXPECT_EQ(std::make_tuple(held.IsTopDown(), PlaneGeometry(held, 0)[1],
+                              PlaneGeometry(held, 2)[1], held.GetTotalSize()),
               std::make_tuple(false, 8u, 4u, 32u + 8 + 8));
     ReportWatch watch;
-    frame.SetBuffer(nullptr, pitches, nullptr);
-    EXPECT_EQ(watch.Count(), 1u);
-    EXPECT_EQ(frame.GetBuffer(0u)->data, y.data());
+    held.SetBuffer(nullptr, pitches, nullptr);
+    EXPECT_TRUE(watch.Count() == 1u && held.GetBuffer(0u)->data == y.data());
 }
 
 // A clone carries every attribute and its own copy of the sub frame, and frees itself; its

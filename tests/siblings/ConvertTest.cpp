@@ -2,7 +2,6 @@
 // frames, extreme shrinks, and the rotation driven through it.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <tuple>
 

@@ -105,9 +105,7 @@ TEST_F(StereoEffect, FramesAreTheRenderingOfTheirViews) {
         }
     }
     EXPECT_TRUE(host.requests.empty());
-}
-
-TEST_F(StereoEffect, AttachedSecondViewIsRenderedDirectly) {
+    // An attached second view is rendered directly.
     effect.Set({{"type", "4"}});
     TestImage image({30, 12, 6, 2}, 4), expected({30, 12, 6, 2}, 4), second({30, 12, 6}, 5);
     image.Frame().CopySubsetFrame(&second.Frame());

@@ -42,7 +42,7 @@ std::vector<uint8_t> Bytes(const uint8_t* data, size_t count) {
 
 }  // namespace
 
-TEST(StereoTables, SineAndTangentRows) {
+TEST(StereoRender, TablesMappingsConversionsAndDepth) {
     for (int i = 0; i <= 90; ++i)
         EXPECT_EQ(sin_map[i], std::lround(32768 * std::sin(i * M_PI / 180))) << i;
     EXPECT_EQ(sin_map[91], 0);
@@ -54,9 +54,7 @@ TEST(StereoTables, SineAndTangentRows) {
         const long want = i < 2 || i > 178 ? 0 : exact.count(i) ? exact.at(i) : nearest;
         EXPECT_EQ(tan_map[i], want) << i;
     }
-}
-
-TEST(StereoRender, MappingsConversionsAndDepth) {
+    // The mappings follow the depth; both colour conversions answer true.
     C3DRender renderer(nullptr);
     renderer.SetDepth(40);
     renderer.SetDepth(0);  // ignored
@@ -195,6 +193,6 @@ TEST(StereoRender, HeldOutputConverterAndBadHosts) {
     EXPECT_EQ(renderer.Render(nullptr, nullptr, nullptr), nullptr);
     EXPECT_FALSE(renderer.ProcessYUVRedBlue(nullptr, nullptr, nullptr));
     EXPECT_FALSE(renderer.ProcessRGBRedBlue(nullptr, nullptr, nullptr));
-    EXPECT_EQ(watch.Count(), 3u);
-    EXPECT_EQ(watch.LastFile(), "Render3D.cpp");
+    EXPECT_EQ(std::make_pair(watch.Count(), watch.LastFile()),
+              std::make_pair(3u, std::string("Render3D.cpp")));
 }
