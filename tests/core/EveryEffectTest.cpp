@@ -21,27 +21,24 @@ namespace {
 // Packed, the planar YUV members with each chroma thinning, the one with alpha, and 4:4:4.
 const std::vector<int> kFormats = {30, 0, 4, 6, 7, 12, 13, 33, 35, 90, 5};
 
-// A value inside the property's range for a frame of this size.
-std::string RandomValue(const PropertyDescription& property, unsigned width, unsigned height,
-                        std::mt19937& random) {
-    const double upper = catalogue::UpperBound(property, width, height);
-    if (property.kind == PropertyKind::Flag) return std::to_string(random() % 2);
-    if (property.kind == PropertyKind::Color) return std::to_string(random() & 0xFFFFFF);
-    if (property.kind == PropertyKind::Real)
-        return std::to_string(std::uniform_real_distribution<double>(property.min, upper)(random));
-    const auto low = static_cast<long>(property.min), high = static_cast<long>(upper);
-    return std::to_string(std::uniform_int_distribution<long>(low, std::max(low, high))(random));
-}
-
-// Settings for a frame of this size: 0 the defaults, 1 the showcase, later ones random.
+// Settings for a frame of this size: 0 the defaults, 1 the showcase, later ones a random value
+// inside each property's range.
 PropertyList Settings(const EffectDescription& effect, int which, const FrameShape& shape,
                       std::mt19937& random) {
-    if (which == 0) return {};
-    if (which == 1) return catalogue::Showcase(effect, shape.width, shape.height);
+    if (which < 2)
+        return which == 0 ? PropertyList{} : catalogue::Showcase(effect, shape.width, shape.height);
     PropertyList list;
     for (unsigned i = 0; i < effect.propertyCount; ++i) {
-        const PropertyDescription& property = effect.properties[i];
-        list.emplace_back(property.name, RandomValue(property, shape.width, shape.height, random));
+        const PropertyDescription& p = effect.properties[i];
+        const double upper = catalogue::UpperBound(p, shape.width, shape.height);
+        const long low = static_cast<long>(p.min), high = std::max(low, static_cast<long>(upper));
+        list.emplace_back(
+            p.name,
+            p.kind == PropertyKind::Flag    ? std::to_string(random() % 2)
+            : p.kind == PropertyKind::Color ? std::to_string(random() & 0xFFFFFF)
+            : p.kind == PropertyKind::Real
+                ? std::to_string(std::uniform_real_distribution<double>(p.min, upper)(random))
+                : std::to_string(std::uniform_int_distribution<long>(low, high)(random)));
     }
     return list;
 }
@@ -73,10 +70,8 @@ std::vector<uint8_t> AllBytes(GVideoFrame* frame) {
     std::vector<uint8_t> bytes;
     auto* own = dynamic_cast<CVideoFrame*>(frame);
     for (unsigned i = 0; own != nullptr && own->GetBuffer(i) != nullptr; ++i) {
-        const CVideoFrame::PlaneRecord* plane = own->GetBuffer(i);
-        if (plane->data != nullptr)
-            bytes.insert(bytes.end(), plane->data,
-                         plane->data + size_t{plane->rows} * plane->pitch);
+        const CVideoFrame::PlaneRecord& p = *own->GetBuffer(i);
+        if (p.data != nullptr) bytes.insert(bytes.end(), p.data, p.data + size_t{p.rows} * p.pitch);
     }
     return bytes;
 }
@@ -91,12 +86,15 @@ TEST(EveryEffect, ProcFrameGivesACopyChangedInPlace) {
             if (shape.width != 1920 && random() % 8 != 0) continue;
             const PropertyList settings = Settings(*served.description, 1 + i % 3, shape, random);
             FactoryEffect effect(served.Create(), settings);
-            TestImage host(shape, static_cast<uint32_t>(i)),
-                reference(shape, static_cast<uint32_t>(i));
+            // A host frame to write into: the same or more padding.
+            const FrameShape other{shape.format, shape.width, shape.height,
+                                   shape.padding + (i % 3 == 0 ? 5 : 0), shape.bottomUp};
+            const auto seed = static_cast<uint32_t>(i);
+            TestImage host(shape, seed), reference(shape, seed), target(other, 99),
+                expected(other, 99);
             const bool crop = i % 2 == 0;
-            if (crop) {
-                host.Frame().CropRightAndBottom(shape.width / 3, 2);
-                reference.Frame().CropRightAndBottom(shape.width / 3, 2);
+            for (TestImage* image : {&host, &reference, &target, &expected}) {
+                if (crop) image->Frame().CropRightAndBottom(shape.width / 3, 2);
             }
             const std::vector<uint8_t> before = host.Snapshot();
             GVideoFrame* result = effect.p->ProcFrame(&position, 0, &host.Frame());
@@ -107,13 +105,6 @@ TEST(EveryEffect, ProcFrameGivesACopyChangedInPlace) {
                 << served.name << " on " << ShapeName(shape) << (crop ? " cropped" : "");
             // Into a frame of the host's, in one walk where the pitches agree: exactly what
             // CopyVideoFrame and then the effect in place give.
-            FrameShape other = shape;
-            other.padding += i % 3 == 0 ? 5 : 0;
-            TestImage target(other, 99), expected(other, 99);
-            if (crop) {
-                target.Frame().CropRightAndBottom(shape.width / 3, 2);
-                expected.Frame().CropRightAndBottom(shape.width / 3, 2);
-            }
             EXPECT_TRUE(
                 libfilter_ProcFrameInto(effect.p, &position, 0, &host.Frame(), &target.Frame()));
             CopyVideoFrame(&expected.Frame(), &host.Frame());

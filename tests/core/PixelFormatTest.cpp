@@ -49,33 +49,30 @@ auto Fields(const PlaneLayout& plane) {
 
 }  // namespace
 
-// A frame carries one record per plane (one for packed formats).
-TEST(PixelFormat, EveryAcceptedFormatHasItsLayout) {
+// A frame carries one record per plane (one for packed formats); every other number is refused.
+TEST(PixelFormat, EveryAcceptedFormatHasItsLayoutAndOthersAreRefused) {
+    std::set<int> known;
     for (const LayoutCase& c : kLayouts) {
         for (int format : c.formats) {
             SCOPED_TRACE(format);
+            known.insert(format);
             const PixelFormatLayout layout = GetPixelFormatLayout(format, 7, 5);
             EXPECT_EQ(layout.packed, c.packed);
             if (!c.packed) EXPECT_EQ(layout.planeCount, c.planes.size());
             for (size_t i = 0; i < c.planes.size(); ++i)
                 EXPECT_EQ(Fields(layout.planes[i]), Fields(c.planes[i])) << "plane " << i;
             CVideoFrame frame(false, format, 7, 5, true);
-            EXPECT_EQ(frame.GetBufferCount(), c.planes.size());
-            EXPECT_EQ(frame.IsPacked(), c.packed);
+            EXPECT_EQ(std::make_pair(size_t{frame.GetBufferCount()}, frame.IsPacked()),
+                      std::make_pair(c.planes.size(), c.packed));
         }
     }
     // Odd and zero sizes round up.
-    EXPECT_EQ(GetPixelFormatLayout(0, 5, 3).planes[1].rowBytes, 2u);
-    EXPECT_EQ(GetPixelFormatLayout(0, 5, 3).planes[1].rows, 1u);
-    EXPECT_EQ(GetPixelFormatLayout(18, 3, 1).planes[0].rowBytes, 4u);
-    const PixelFormatLayout empty = GetPixelFormatLayout(30, 0, 0);
-    EXPECT_EQ(empty.planes[0].rowBytes + empty.planes[0].rows, 0u);
-}
-
-TEST(PixelFormat, RejectedNumbers) {
-    std::set<int> known;
-    for (const LayoutCase& c : kLayouts)
-        known.insert(c.formats.begin(), c.formats.end());
+    const PixelFormatLayout odd = GetPixelFormatLayout(0, 5, 3),
+                            empty = GetPixelFormatLayout(30, 0, 0);
+    EXPECT_EQ(std::make_tuple(odd.planes[1].rowBytes, odd.planes[1].rows,
+                              GetPixelFormatLayout(18, 3, 1).planes[0].rowBytes,
+                              empty.planes[0].rowBytes + empty.planes[0].rows),
+              std::make_tuple(2u, 1u, 4u, 0u));
     EXPECT_EQ(known.size(), 38u);
     for (int format = -2; format < 200; ++format) {
         try {

@@ -9,8 +9,7 @@
 #include "support/TestFrame.h"
 
 using namespace MediaCore;
-using testing_support::ReportWatch;
-using testing_support::TestImage;
+using namespace testing_support;
 
 namespace {
 
@@ -30,7 +29,9 @@ std::pair<unsigned, unsigned> Dimension(CVideoFrame& frame) {
 
 }  // namespace
 
-TEST(VideoFrame, ConstructedFrameHasGeometryOnly) {
+// A frame made without memory has its geometry only; crops cut row bytes and rows of every
+// plane.
+TEST(VideoFrame, GeometryCropsAndAttachedMemory) {
     CVideoFrame frame(false, PIXFMT_BGRA32, 640, 480, true);
     unsigned rowBytes = 0, pitch = 99, rows = 0, second = 9;
     EXPECT_EQ(frame.GetBuffer(0, &rowBytes, &pitch, &rows), nullptr);
@@ -41,22 +42,19 @@ TEST(VideoFrame, ConstructedFrameHasGeometryOnly) {
               std::make_tuple(0u, 1228800u, 1u, 1u, 0u));
     EXPECT_EQ(frame.GetBuffer(1, &rowBytes, &pitch, &rows), nullptr);
     EXPECT_EQ(frame.GetBuffer(1), nullptr);
-}
-
-TEST(VideoFrame, CropsCutRowBytesAndRowsOfEveryPlane) {
     for (bool bottomUp : {false, true}) {
         TestImage image({PIXFMT_BGRA32, 640, 480, 4, bottomUp}, 1);
-        CVideoFrame& frame = image.Frame();
-        unsigned char* before = frame.GetBuffer(0u)->data;
-        ASSERT_TRUE(frame.CropRightAndBottom(10, 4));
-        EXPECT_EQ(Dimension(frame), std::make_pair(630u, 476u));
-        EXPECT_EQ(PlaneGeometry(frame, 0), (Geometry{2520, 2564, 476}));
+        CVideoFrame& cropped = image.Frame();
+        unsigned char* before = cropped.GetBuffer(0u)->data;
+        ASSERT_TRUE(cropped.CropRightAndBottom(10, 4));
+        EXPECT_EQ(Dimension(cropped), std::make_pair(630u, 476u));
+        EXPECT_EQ(PlaneGeometry(cropped, 0), (Geometry{2520, 2564, 476}));
         // Bottom-up frames store the bottom rows first: the crop skips them.
-        EXPECT_EQ(frame.GetBuffer(0, nullptr, nullptr, nullptr) - before, bottomUp ? 4 * 2564 : 0);
+        EXPECT_EQ(cropped.GetBuffer(0, nullptr, nullptr, nullptr) - before,
+                  bottomUp ? 4 * 2564 : 0);
         // A crop is absolute and must stay inside the frame.
-        EXPECT_FALSE(frame.CropRightAndBottom(640, 0));
-        EXPECT_FALSE(frame.CropRightAndBottom(0, 480));
-        EXPECT_EQ(Dimension(frame), std::make_pair(630u, 476u));
+        EXPECT_FALSE(cropped.CropRightAndBottom(640, 0) || cropped.CropRightAndBottom(0, 480));
+        EXPECT_EQ(Dimension(cropped), std::make_pair(630u, 476u));
     }
     // {format, width, height, right and bottom cut, plane, row bytes and rows left}: chroma of 3
     // rows loses as many rows as luma (a cut of 4 empties it); a plane without bytes loses
@@ -77,30 +75,30 @@ TEST(VideoFrame, CropsCutRowBytesAndRowsOfEveryPlane) {
     EXPECT_EQ(Dimension(resized), std::make_pair(16u, 16u));
     resized.SetSize(8, 6);
     EXPECT_EQ(resized.GetRequireSize(), 8u * 6 + 2 * 4 * 3);
-}
-
-TEST(VideoFrame, SetBufferNegativePitchStoresLowestRow) {
+    // Memory handed over with negative pitches is kept by its lowest row.
     std::vector<unsigned char> y(8 * 4), u(4 * 2), v(4 * 2);
     unsigned char* data[] = {y.data() + 3 * 8, u.data() + 4, v.data() + 4};
     int pitches[] = {-8, -4, -4};
-    CVideoFrame frame(false, PIXFMT_YUV420P, 8, 4, true);
-    frame.SetBuffer(data, pitches, nullptr);
-    EXPECT_FALSE(frame.IsTopDown());
-    EXPECT_EQ(frame.GetBuffer(0u)->data, y.data());
-    EXPECT_EQ(frame.GetBuffer(2u)->data, v.data());
-    EXPECT_EQ(PlaneGeometry(frame, 0)[1], 8u);
-    EXPECT_EQ(PlaneGeometry(frame, 2)[1], 4u);
-    EXPECT_EQ(frame.GetTotalSize(), 32u + 8 + 8);
-
+    CVideoFrame held(false, PIXFMT_YUV420P, 8, 4, true);
+    held.SetBuffer(data, pitches, nullptr);
+    EXPECT_TRUE(held.GetBuffer(0u)->data == y.data() && held.GetBuffer(2u)->data == v.data());
+    EXPECT_EQ(std::make_tuple(held.IsTopDown(), PlaneGeometry(held, 0)[1],
+                              PlaneGeometry(held, 2)[1], held.GetTotalSize()),
+              std::make_tuple(false, 8u, 4u, 32u + 8 + 8));
     ReportWatch watch;
-    frame.SetBuffer(nullptr, pitches, nullptr);
-    EXPECT_EQ(watch.Count(), 1u);
-    EXPECT_EQ(frame.GetBuffer(0u)->data, y.data());
+    held.SetBuffer(nullptr, pitches, nullptr);
+    EXPECT_TRUE(watch.Count() == 1u && held.GetBuffer(0u)->data == y.data());
 }
 
-TEST(VideoFrame, CloneCopiesIntoOneAlignedBlock) {
-    TestImage image({PIXFMT_YUV420P, 33, 7, 3, true}, 3);
+// A clone carries every attribute and its own copy of the sub frame, and frees itself; its
+// planes lie in one block, each starting on a 16-byte boundary.
+TEST(VideoFrame, ClonesSubFramesAndBorderData) {
+    TestImage image({PIXFMT_YUV420P, 33, 7, 3, true}, 3), other({PIXFMT_BGRA32, 4, 2}, 5);
     CVideoFrame& source = image.Frame();
+    EXPECT_EQ(source.GetInterface("GSubVideoFrame"), nullptr);
+    GVideoFrame* sub = source.CopySubsetFrame(&other.Frame());
+    EXPECT_EQ(source.GetInterface("GSubVideoFrame"), sub);
+    EXPECT_EQ(source.GetInterface("other"), nullptr);
     source.SetTimeStamp(77);
     source.SetDuration(5);
     source.SetDuplicatedCount(3, 4);
@@ -108,12 +106,9 @@ TEST(VideoFrame, CloneCopiesIntoOneAlignedBlock) {
     source.SetTopFieldFirst(true);
     source.SetDAR(1.5);
     source.SetCanBeModified(false);
-    const char border[] = "border";
-    source.SetBorderData(const_cast<char*>(border), 6);
+    source.SetBorderData(const_cast<char*>("border"), 6);
     source.CropRightAndBottom(1, 1);
-
-    GVideoFrame* copy = source.Clone();
-    ASSERT_NE(copy, nullptr);
+    auto* copy = static_cast<CVideoFrame*>(source.Clone());
     unsigned second = 0;
     void* data = nullptr;
     int length = 0;
@@ -124,64 +119,39 @@ TEST(VideoFrame, CloneCopiesIntoOneAlignedBlock) {
                               copy->CanBeModified(), copy->GetDAR(), borderLength),
               std::make_tuple(77, 5u, 3u, 4u, true, true, false, true, 1.5, 6));
     EXPECT_EQ(std::string(static_cast<char*>(data), 6), "border");
-
-    auto* copied = static_cast<CVideoFrame*>(copy);
+    auto* copiedSub = static_cast<GVideoFrame*>(copy->GetInterface("GSubVideoFrame"));
+    EXPECT_TRUE(copiedSub != nullptr && copiedSub != sub);
     for (unsigned i = 0; i < 3; ++i) {
         const Geometry g = PlaneGeometry(source, i);
-        EXPECT_EQ(PlaneGeometry(*copied, i), g);
-        EXPECT_EQ(reinterpret_cast<uintptr_t>(copied->GetBuffer(i)->data) % 16, 0u);
-        EXPECT_EQ(std::memcmp(copied->GetBuffer(i)->data, source.GetBuffer(i)->data, g[1] * g[2]),
-                  0)
+        EXPECT_EQ(PlaneGeometry(*copy, i), g);
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(copy->GetBuffer(i)->data) % 16, 0u);
+        EXPECT_EQ(std::memcmp(copy->GetBuffer(i)->data, source.GetBuffer(i)->data, g[1] * g[2]), 0)
             << "plane " << i;
     }
-    // Each plane starts on a 16-byte boundary: Y is 36 x 7 = 252 bytes, so U follows at 256.
-    EXPECT_EQ(copied->GetBuffer(1u)->data - copied->GetBuffer(0u)->data, 256);
-    copy->Free();  // a clone frees itself
-
-    // One row of 2564 bytes: three take 7692, already a multiple of 16.
-    TestImage wide({PIXFMT_BGRA32, 640, 3, 4}, 4);
-    copied = static_cast<CVideoFrame*>(wide.Frame().Clone());
-    EXPECT_EQ(copied->GetTotalSize(), 7692u);
-    EXPECT_EQ(reinterpret_cast<uintptr_t>(copied->GetBuffer(0u)->data) % 16, 0u);
-    copied->Free();
-
-    // A frame never given memory clones as zeros, in the row order it was last given.
-    CVideoFrame bare(false, PIXFMT_GRAY8, 4, 2, true);
-    bare.GetBuffer(0u)->pitch = 4;
-    bare.SetTopDown(false);
-    copied = static_cast<CVideoFrame*>(bare.Clone());
-    const uint8_t* zeros = copied->GetBuffer(0u)->data;
-    EXPECT_EQ(std::vector<uint8_t>(zeros, zeros + 8), std::vector<uint8_t>(8, 0));
-    EXPECT_FALSE(copied->IsTopDown());
-    copied->Free();
-}
-
-TEST(VideoFrame, SubFrameInterfacesBorderDataAndFree) {
-    TestImage left({PIXFMT_BGRA32, 4, 2}, 4), right({PIXFMT_BGRA32, 4, 2}, 5);
-    EXPECT_EQ(left.Frame().GetInterface("GSubVideoFrame"), nullptr);
-    GVideoFrame* sub = left.Frame().CopySubsetFrame(&right.Frame());
-    ASSERT_NE(sub, nullptr);
-    EXPECT_EQ(left.Frame().GetInterface("GSubVideoFrame"), sub);
-    EXPECT_EQ(left.Frame().GetInterface("other"), nullptr);
-    // A clone carries its own copy of the sub frame.
-    GVideoFrame* copy = left.Frame().Clone();
-    auto* copiedSub = static_cast<GVideoFrame*>(copy->GetInterface("GSubVideoFrame"));
-    ASSERT_NE(copiedSub, nullptr);
-    EXPECT_NE(copiedSub, sub);
+    // Y is 36 x 7 = 252 bytes, so U follows at 256.
+    EXPECT_EQ(copy->GetBuffer(1u)->data - copy->GetBuffer(0u)->data, 256);
     copy->Free();
-    ReportWatch watch;
-    EXPECT_EQ(left.Frame().GetInterface(nullptr), nullptr);
-    EXPECT_EQ(watch.Count(), 1u);
-    EXPECT_EQ(watch.LastMessage(), "fatal error:null pointer");
-
-    auto* frame = new CVideoFrame(false, PIXFMT_GRAY8, 4, 4, true);
+    // A frame never given memory clones as zeros, in the row order it was last given.
+    auto* frame = new CVideoFrame(false, PIXFMT_GRAY8, 4, 2, true);
+    frame->GetBuffer(0u)->pitch = 4;
+    frame->SetTopDown(false);
+    copy = static_cast<CVideoFrame*>(frame->Clone());
+    const uint8_t* zeros = copy->GetBuffer(0u)->data;
+    EXPECT_EQ(std::vector<uint8_t>(zeros, zeros + 8), std::vector<uint8_t>(8, 0));
+    EXPECT_FALSE(copy->IsTopDown());
+    copy->Free();
+    // Border data: a null pointer is ignored, a negative length stores nothing.
     char bytes[] = {1, 2, 3};
     frame->SetBorderData(bytes, 3);
-    frame->SetBorderData(nullptr, 5);  // ignored
+    frame->SetBorderData(nullptr, 5);
     EXPECT_EQ(frame->GetBorderData(nullptr, nullptr), 3);
-    frame->SetBorderData(bytes, -4);  // a negative length stores nothing
+    frame->SetBorderData(bytes, -4);
     EXPECT_EQ(frame->GetBorderData(nullptr, nullptr), 0);
     frame->Free();  // not a clone: still alive
     EXPECT_EQ(frame->GetPixelFormat(), PIXFMT_GRAY8);
     delete frame;
+    ReportWatch watch;
+    EXPECT_EQ(source.GetInterface(nullptr), nullptr);
+    EXPECT_EQ(std::make_pair(watch.Count(), watch.LastMessage()),
+              std::make_pair(1u, std::string("fatal error:null pointer")));
 }

@@ -1,7 +1,8 @@
-// Rotation: the documented geometry, a worked turn each way, converters, bad hosts and vector
-// forms. Edge shapes of every format staying inside their frames are Robustness's.
+// Rotation: the documented geometry, a worked turn each way, converters and bad hosts. Vector
+// forms against the scalar rule are EveryEffect's, edge shapes Robustness's.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <tuple>
 
 #include "libfilter/Rotate90X.h"
@@ -10,28 +11,20 @@
 #include "support/TestFrame.h"
 
 using namespace MediaCore;
-using testing_support::FrameShape;
-using testing_support::ReportWatch;
-using testing_support::TestController;
-using testing_support::TestImage;
+using namespace testing_support;
 
 namespace {
 
-bool SamePosition(const ImagePostion& a, const ImagePostion& b) {
-    return a.left == b.left && a.top == b.top && a.word0 == b.word0 && a.word1 == b.word1 &&
-           a.width == b.width && a.height == b.height;
-}
-
 struct RotateFixture : testing::Test {
     TestController host;
-    GVideoProcessor* effect = libfilter_GetFilter(&host, AVPROCESSOR_ROTATE90);
-    CRotate90X* rotate = static_cast<CRotate90X*>(effect);
-    ~RotateFixture() override { effect->Free(); }
-    // Turns the image in place on `on` (the fixture's effect by default); answers the position.
-    ImagePostion Run(TestImage& image, GVideoProcessor* on = nullptr) {
-        ImagePostion position{};
-        (on ? on : effect)->ProcFrameInPlace(&position, 0, &image.Frame());
-        return position;
+    FactoryEffect effect{libfilter_GetFilter(&host, AVPROCESSOR_ROTATE90)};
+    CRotate90X* rotate = static_cast<CRotate90X*>(effect.p);
+    // Turns the image in place on `on` (the fixture's effect by default); answers the position:
+    // left, top, the two words, width and height.
+    std::array<int, 6> Run(TestImage& image, GVideoProcessor* on = nullptr) {
+        ImagePostion p{};
+        (on ? on : effect.p)->ProcFrameInPlace(&p, 0, &image.Frame());
+        return {p.left, p.top, int(p.word0), int(p.word1), p.width, p.height};
     }
 };
 
@@ -41,7 +34,7 @@ struct RotateFixture : testing::Test {
 // asked for 1080 x 606 with option 4. Square frames fill themselves from the corner.
 TEST_F(RotateFixture, Geometry) {
     TestImage image({0, 1920, 1080}, 3);
-    EXPECT_TRUE(SamePosition(Run(image), {657, 0, 0, 3, 606, 1080}));
+    EXPECT_EQ(Run(image), (std::array<int, 6>{657, 0, 0, 3, 606, 1080}));
     ASSERT_EQ(host.requests.size(), 1u);
     const auto& asked = host.requests[0];
     EXPECT_EQ(std::make_tuple(asked.format, asked.width, asked.height, asked.option),
@@ -51,11 +44,8 @@ TEST_F(RotateFixture, Geometry) {
         EXPECT_EQ(image.Row(0, y)[657 + 606], 16);
         EXPECT_EQ(image.Row(1, y / 2)[300], 128);
     }
-    TestImage square({0, 10, 10}, 1), wide({0, 36, 20}, 4);
-    EXPECT_TRUE(SamePosition(Run(square), {0, 0, 0, 3, 10, 10}));
-    Run(wide);
-    EXPECT_EQ(wide.Row(0, 0)[0], 16);
-    EXPECT_EQ(wide.Row(0, 19)[35], 16);
+    TestImage square({0, 10, 10}, 1);
+    EXPECT_EQ(Run(square), (std::array<int, 6>{0, 0, 0, 3, 10, 10}));
 }
 
 // A square 4:2:0 frame turns in place, luma 1 to 16 row by row in memory. The source column
@@ -69,7 +59,7 @@ TEST_F(RotateFixture, AngleSetsTheDirection) {
     const std::pair<const char*, int> angles[] = {{"0", 0},  {"-90", 1}, {"180", 1},
                                                   {"90", 0}, {"270", 1}, {"360", 1}};
     for (const auto& [angle, direction] : angles) {
-        effect->SetProperty("rotate90_angle", angle);
+        effect.Set({{"rotate90_angle", angle}});
         for (bool bottomUp : {false, true}) {
             TestImage image({0, 4, 4, 3, bottomUp}, 1);
             // Sample i of plane p in memory order.
@@ -81,15 +71,12 @@ TEST_F(RotateFixture, AngleSetsTheDirection) {
                 sample(0, i) = static_cast<uint8_t>(1 + i);
                 if (i < 4) sample(1, i) = sample(2, i) = static_cast<uint8_t>(1 + i);
             }
-            EXPECT_TRUE(SamePosition(Run(image), {0, 0, 0, 3, 4, 4}));
-            std::vector<uint8_t> luma, chroma;
-            for (unsigned i = 0; i < 16; ++i) {
-                luma.push_back(sample(0, i));
-                if (i < 4) chroma.push_back(sample(2, i));
-            }
+            EXPECT_EQ(Run(image), (std::array<int, 6>{0, 0, 0, 3, 4, 4}));
             const int turn = bottomUp ? 1 - direction : direction;
-            EXPECT_EQ(luma, kTurned[turn]) << angle << " " << bottomUp;
-            EXPECT_EQ(chroma, kChroma[turn]) << angle << " " << bottomUp;
+            for (unsigned i = 0; i < 16; ++i) {
+                EXPECT_EQ(sample(0, i), kTurned[turn][i]) << angle << " " << bottomUp << " " << i;
+                if (i < 4) EXPECT_EQ(sample(2, i), kChroma[turn][i]) << angle << " " << bottomUp;
+            }
             EXPECT_TRUE(image.GuardsIntact());
         }
     }
@@ -102,18 +89,16 @@ TEST_F(RotateFixture, ConvertersAskedForAndKept) {
     Run(bgra);
     // To YUV with option 16, back to BGRA at any size, and the scaler with option 4.
     ASSERT_EQ(host.requests.size(), 3u);
-    EXPECT_EQ(
-        std::make_tuple(host.requests[0].format, host.requests[0].option, host.requests[1].format,
-                        host.requests[1].width, host.requests[2].option),
-        std::make_tuple(30, 16, 0, 0u, 4));
+    const auto& asked = host.requests;
+    EXPECT_EQ(std::make_tuple(asked[0].format, asked[0].option, asked[1].format, asked[1].width,
+                              asked[2].option),
+              std::make_tuple(30, 16, 0, 0u, 4));
     Run(yuv422);
     Run(yuv422b);
     ASSERT_EQ(host.requests.size(), 5u);  // same size: the scaler stays
-    EXPECT_EQ(host.requests[3].format, 0);
-    EXPECT_EQ(host.requests[4].format, 4);
+    EXPECT_EQ(std::make_pair(asked[3].format, asked[4].format), std::make_pair(0, 4));
     Run(gray);  // new format and size
-    EXPECT_EQ(host.requests.size(), 8u);
-    EXPECT_EQ(host.live, 5);
+    EXPECT_EQ(std::make_pair(host.requests.size(), host.live), std::make_pair(size_t{8}, 5));
 }
 
 TEST_F(RotateFixture, FailuresReportAndLeaveTheFrame) {
@@ -132,27 +117,24 @@ TEST_F(RotateFixture, FailuresReportAndLeaveTheFrame) {
     for (const auto& [failure, controller, shape, message] : cases) {
         TestController failing;
         failing.failure = failure;
-        GVideoProcessor* fresh =
-            libfilter_GetFilter(controller ? &failing : nullptr, AVPROCESSOR_ROTATE90);
+        FactoryEffect fresh(
+            libfilter_GetFilter(controller ? &failing : nullptr, AVPROCESSOR_ROTATE90));
         TestImage image(shape, 2);
         const auto before = image.Snapshot();
         ReportWatch watch;
-        Run(image, fresh);
-        EXPECT_EQ(watch.Count(), 1u) << message;
-        EXPECT_EQ(watch.LastMessage(), message);
-        EXPECT_EQ(watch.LastFile(), "Rotate90X.cpp");
+        Run(image, fresh.p);
+        EXPECT_EQ(std::make_tuple(watch.Count(), watch.LastMessage(), watch.LastFile()),
+                  std::make_tuple(1u, std::string(message), std::string("Rotate90X.cpp")));
         EXPECT_EQ(image.Snapshot(), before);
-        fresh->Free();
     }
     // Converted frames of another size are read and copied only as far as they reach.
     TestController half;
     half.failure = Failure::HalfSize;
     for (int format : {0, 30, 6}) {
-        GVideoProcessor* fresh = libfilter_GetFilter(&half, AVPROCESSOR_ROTATE90);
+        FactoryEffect fresh(libfilter_GetFilter(&half, AVPROCESSOR_ROTATE90));
         TestImage image({format, 40, 24, 1}, 2);
-        Run(image, fresh);
+        Run(image, fresh.p);
         EXPECT_TRUE(image.GuardsIntact());
-        fresh->Free();
     }
 }
 
@@ -182,13 +164,4 @@ TEST_F(RotateFixture, DirectCallsStayWithTheirOwnFrames) {
     EXPECT_FALSE(rotate->ProcessBGRA90(&bgra.Frame(), 3));
     EXPECT_EQ(watch.LastMessage(), "rotate direction invalid, val3");
     EXPECT_TRUE(yuv.GuardsIntact() && bgra.GuardsIntact());
-}
-
-TEST_F(RotateFixture, VectorFormsMatchTheScalarRule) {
-    std::vector<FrameShape> shapes = testing_support::KernelShapes({0});
-    shapes.insert(shapes.end(), {{0, 1920, 1080}, {0, 200, 300, 3, true}, {0, 301, 97, 1}});
-    for (const char* angle : {"90", "270"}) {
-        effect->SetProperty("rotate90_angle", angle);
-        EXPECT_EQ(testing_support::FirstShapeDiffering(effect, shapes), "") << angle;
-    }
 }

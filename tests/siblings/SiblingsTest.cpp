@@ -2,13 +2,14 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <tuple>
 #include <vector>
 
 #include "libfilter/IException.h"
 #include "libfilter/Siblings.h"
 #include "support/EffectRoster.h"
 
-TEST(Siblings, SinkKeepsLastErrorAndLogsOneLinePerReport) {
+TEST(Siblings, SinkKeepsLastErrorLogsOneLinePerReportAndGivesWayToAHostSink) {
     IException* sink = GetGException();
     GLogger* logger = GetLogger();
     const int level = logger->GetLevel();
@@ -26,45 +27,38 @@ TEST(Siblings, SinkKeepsLastErrorAndLogsOneLinePerReport) {
 
     EXPECT_EQ(liblog_GetReportCount() - before, 2u);
     EXPECT_EQ(log, "error Module:42 disk on fire\nerror Other:7 second\n");
-    EXPECT_STREQ(sink->GetMessage(), "second");
-    EXPECT_TRUE(sink->HasError());
+    EXPECT_EQ(std::make_pair(sink->HasError(), std::string(sink->GetMessage())),
+              std::make_pair(true, std::string("second")));
     sink->Clear();
-    EXPECT_FALSE(sink->HasError());
-    EXPECT_EQ(sink->GetLine(), 0u);
-}
-
-TEST(Siblings, HostSinkTakesOverUntilNullPutsLiblogsBack) {
-    IException* ours = GetGException();
+    EXPECT_EQ(std::make_pair(sink->HasError(), sink->GetLine()), std::make_pair(false, 0u));
+    // A host's sink takes over until null puts liblog's back.
     testing_support::SilentSink host;
     EXPECT_EQ(GetGException(), &host);
-    GException error("to the host", 1, "f");
     GetGException()->Report(&error);
     EXPECT_EQ(host.Reports(), 1u);
     EXPECT_EQ(liblog_SetGException(nullptr), &host);
-    EXPECT_EQ(GetGException(), ours);
+    EXPECT_EQ(GetGException(), sink);
 }
 
 TEST(Siblings, GExceptionFields) {
     GException e;
-    EXPECT_FALSE(e.HasError());
+    // Whether it holds an error, its code, file, line and message.
+    auto fields = [&] {
+        return std::make_tuple(e.HasError(), e.GetCode(), std::string(e.GetFile()), e.GetLine(),
+                               std::string(e.GetMessage()));
+    };
     e.SetError(nullptr, 5, "ignored");
-    EXPECT_FALSE(e.HasError());
+    EXPECT_EQ(fields(), std::make_tuple(false, 0, std::string(), 0u, std::string()));
     e.SetErrorCode(9, "msg", 5, nullptr);
-    EXPECT_TRUE(e.HasError());
-    EXPECT_EQ(e.GetCode(), 9);
-    EXPECT_STREQ(e.GetFile(), "");
+    EXPECT_EQ(fields(), std::make_tuple(true, 9, std::string(), 5u, std::string("msg")));
     e.SetError("again", 6, "file");
-    EXPECT_EQ(e.GetCode(), 0);
-    EXPECT_STREQ(e.GetFile(), "file");
+    EXPECT_EQ(fields(), std::make_tuple(true, 0, std::string("file"), 6u, std::string("again")));
     e.Clear();
-    EXPECT_STREQ(e.GetMessage(), "");
-    EXPECT_FALSE(e.HasError());
+    EXPECT_EQ(fields(), std::make_tuple(false, 0, std::string(), 0u, std::string()));
 }
 
 TEST(Siblings, CoreCopiesAndKnowsTheProcessor) {
-    std::vector<unsigned char> from(1000), to(1000);
-    for (size_t i = 0; i < from.size(); ++i)
-        from[i] = static_cast<unsigned char>(i * 7);
+    std::vector<unsigned char> from(1000, 7), to(1000);
     EXPECT_EQ(libcore_memcpy(to.data(), from.data(), from.size()), to.data());
     EXPECT_EQ(from, to);
     EXPECT_EQ(libcore_memcpy(nullptr, nullptr, 0), nullptr);

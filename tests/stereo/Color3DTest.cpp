@@ -11,17 +11,16 @@
 #include "support/TestFrame.h"
 
 using namespace MediaCore;
-using testing_support::ReportWatch;
-using testing_support::TestController;
-using testing_support::TestImage;
+using namespace testing_support;
 
 namespace {
 
 // A host that converts into packed 24-bit only.
 struct ForwardOnlyHost : TestController {
     GFrameConverter* CreateFrameConverter(int format, unsigned w, unsigned h, int option) override {
-        if (format != PIXFMT_PACKED24_2) return nullptr;
-        return TestController::CreateFrameConverter(format, w, h, option);
+        return format == PIXFMT_PACKED24_2
+                   ? TestController::CreateFrameConverter(format, w, h, option)
+                   : nullptr;
     }
 };
 
@@ -30,23 +29,6 @@ bool Anaglyph(C2DToColor3D& colour, TestImage& image) {
 }
 
 }  // namespace
-
-TEST(ColourStereo, WidensByTheDepthAndShiftsByHalf) {
-    const std::tuple<int, unsigned, unsigned> cases[] = {
-        {60, 640, 656}, {100, 640, 640}, {150, 64, 64}, {99, 64, 128}, {-10, 110, 111}};
-    for (const auto& [depth, width, widened] : cases) {
-        TestController host;
-        C2DToColor3D colour(&host);
-        colour.SetProperty(TYPE3D_RED_BLUE, static_cast<unsigned>(depth));
-        TestImage image({PIXFMT_BGRA32, width, 3, 4}, 5);
-        EXPECT_TRUE(Anaglyph(colour, image));
-        ASSERT_EQ(host.requests.size(), 1u);
-        const auto& asked = host.requests[0];
-        EXPECT_EQ(std::make_tuple(asked.format, asked.width, asked.height, asked.option),
-                  std::make_tuple(int{PIXFMT_PACKED24_2}, widened, 3u, 4))
-            << depth;
-    }
-}
 
 // A flat gray BGRA picture has nothing to shift: its anaglyph is itself, whatever the padding of
 // the converted frames; a picture with detail changes, in every format. Side by side is not the
@@ -71,61 +53,71 @@ TEST(ColourStereo, FlatPicturesStayAndOthersChange) {
                 }
                 const auto flat = image.Snapshot();
                 EXPECT_TRUE(Anaglyph(colour, image));
-                if (format == 30) EXPECT_EQ(image.Snapshot(), flat) << type;
+                EXPECT_TRUE(format != 30 || image.Snapshot() == flat) << type;
                 EXPECT_TRUE(image.GuardsIntact());
             }
         }
     }
 }
 
-TEST(ColourStereo, ConvertersAreKeptUntilWidthOrFormatChange) {
+// The work frame asked for is widened by the depth. Converters are made once, forward and back,
+// then a back converter for each new format and a forward one for each new widening; all are
+// released. Hosts that cannot convert get one report and the frame as it was; a converter
+// answering frames of half the size asked for is read only as far as it goes.
+TEST(ColourStereo, WideningConvertersKeptAndFailingHosts) {
+    // The work frame is widened by the depth: {depth, width, widened}.
+    const unsigned widths[][3] = {
+        {60, 640, 656}, {100, 640, 640}, {150, 64, 64}, {99, 64, 128}, {-10u, 110, 111}};
+    for (const auto& [depth, width, widened] : widths) {
+        TestController host;
+        C2DToColor3D colour(&host);
+        colour.SetProperty(TYPE3D_RED_BLUE, depth);
+        TestImage image({PIXFMT_BGRA32, width, 3, 4}, 5);
+        EXPECT_TRUE(Anaglyph(colour, image));
+        ASSERT_EQ(host.requests.size(), 1u);
+        const auto& asked = host.requests[0];
+        EXPECT_EQ(std::make_tuple(asked.format, asked.width, asked.height, asked.option),
+                  std::make_tuple(int{PIXFMT_PACKED24_2}, widened, 3u, 4))
+            << depth;
+    }
     TestController host;
     {
         C2DToColor3D colour(&host);
         TestImage yuv({0, 40, 4}, 1), other({4, 40, 4}, 2), wider({4, 48, 4}, 3);
         Anaglyph(colour, yuv);
         Anaglyph(colour, yuv);
-        EXPECT_EQ(host.requests.size(), 2u);  // forward and back, made once
+        EXPECT_EQ(host.requests.size(), 2u);
         Anaglyph(colour, other);
-        ASSERT_EQ(host.requests.size(), 3u);  // a back converter for the new format
-        EXPECT_EQ(host.requests[2].format, 4);
         colour.SetProperty(TYPE3D_RED_BLUE, 80);
         Anaglyph(colour, other);
         Anaglyph(colour, wider);
-        ASSERT_EQ(host.requests.size(), 5u);  // forward again for each new widening
-        EXPECT_EQ(std::make_pair(host.requests[3].width, host.requests[4].width),
-                  std::make_pair(42u, 50u));
+        ASSERT_EQ(host.requests.size(), 5u);
+        EXPECT_EQ(std::make_tuple(host.requests[2].format, host.requests[3].width,
+                                  host.requests[4].width),
+                  std::make_tuple(4, 42u, 50u));
     }
-    EXPECT_EQ(host.live, 0);  // every converter released
-}
-
-TEST(ColourStereo, FailingHostsReportOnceAndLeaveTheFrame) {
+    EXPECT_EQ(host.live, 0);
     using Failure = TestController::Failure;
-    // No converter at all (with a host or without), a null conversion, no way back.
-    enum Host { Without, Failing, ForwardOnly };
-    const std::tuple<Host, Failure, int, unsigned> cases[] = {
-        {Failing, Failure::NoConverter, 30, 140},
-        {Without, Failure::None, 30, 140},
-        {Failing, Failure::NullConvert, 0, 143},
-        {ForwardOnly, Failure::None, 0, 160}};
+    // {host: 0 none, 1 failing, 2 forward only; failure; format; line reported}
+    const std::tuple<int, Failure, int, unsigned> cases[] = {{1, Failure::NoConverter, 30, 140},
+                                                             {0, Failure::None, 30, 140},
+                                                             {1, Failure::NullConvert, 0, 143},
+                                                             {2, Failure::None, 0, 160}};
     for (const auto& [which, failure, format, line] : cases) {
         TestController failing;
         ForwardOnlyHost forwardOnly;
         failing.failure = failure;
-        C2DToColor3D colour(which == Without   ? nullptr
-                            : which == Failing ? &failing
-                                               : &forwardOnly);
+        C2DToColor3D colour(which == 0 ? nullptr : which == 1 ? &failing : &forwardOnly);
         TestImage image({format, 9, 4, 1}, 4);
         const auto before = image.Snapshot();
         ReportWatch watch;
         EXPECT_FALSE(Anaglyph(colour, image));
-        EXPECT_EQ(watch.Count(), 1u);
-        EXPECT_EQ(watch.LastMessage(), "fatal error:null pointer");
-        EXPECT_EQ(watch.LastFile(), "2DTo3D.cpp");
-        EXPECT_EQ(GetGException()->GetLine(), line) << which;
+        EXPECT_EQ(std::make_tuple(watch.Count(), watch.LastMessage(), watch.LastFile(),
+                                  GetGException()->GetLine()),
+                  std::make_tuple(1u, std::string("fatal error:null pointer"),
+                                  std::string("2DTo3D.cpp"), line));
         EXPECT_EQ(image.Snapshot(), before);
     }
-    // A converter answering frames of half the size asked for is read only as far as it goes.
     TestController half;
     half.failure = Failure::HalfSize;
     for (int format : {30, 0, 6}) {
@@ -142,14 +134,15 @@ TEST(ColourStereo, FailingHostsReportOnceAndLeaveTheFrame) {
 }
 
 // Small shapes at every level are EveryEffect's; here a work frame large enough to be streamed,
-// its rows starting off the vector alignment.
+// its rows starting off the vector alignment, made by the 2D-to-3D effect's colour types.
 TEST(ColourStereo, StreamedWorkFrameMatchesTheRule) {
     TestController host;
-    GVideoProcessor* effect = libfilter_GetFilter(&host, AVPROCESSOR_2DTO3D);
+    FactoryEffect effect(libfilter_GetFilter(&host, AVPROCESSOR_2DTO3D));
     for (const char* type : {"1", "2"}) {
-        effect->SetProperty("type", type);
-        EXPECT_EQ(testing_support::FirstLevelDiffering(effect, {0, 2049, 2048}, false, 3), "")
-            << type;
+        effect.Set({{"type", type}});
+        EXPECT_EQ(FirstLevelDiffering(effect.p, {0, 2049, 2048}, false, 3), "") << type;
     }
-    effect->Free();
+    // 2D to 3D hands its colour types to the anaglyph, which asks for packed 24-bit work frames.
+    ASSERT_FALSE(host.requests.empty());
+    EXPECT_EQ(host.requests[0].format, PIXFMT_PACKED24_2);
 }
