@@ -7,7 +7,9 @@ namespace testing_support {
 using namespace MediaCore;
 
 GVideoProcessor* ServedEffect::Create() const {
-    return description->create(EffectController());
+    // The converter library's controller when the build has one: the stereo and rotation
+    // effects need it to do anything.
+    return description->create(catalogue::SharedController());
 }
 
 const std::vector<ServedEffect>& ServedEffects() {
@@ -15,8 +17,7 @@ const std::vector<ServedEffect>& ServedEffects() {
         std::vector<ServedEffect> effects;
         for (const EffectDescription* description : catalogue::Effects()) {
             if (catalogue::BuildGap(*description) != nullptr) continue;
-            effects.push_back({description->id, description->name,
-                               description->making == EffectMaking::Factory, description});
+            effects.push_back({description->id, description->name, description});
         }
         return effects;
     }();
@@ -55,10 +56,6 @@ const std::vector<std::string>& EdgeTexts() {
         "nan", "inf", "-inf", "1e308", "-1e308", "0.5", "-0.5", "0x10", " 7", "7abc", "abc", ""};
     // clang-format on
     return texts;
-}
-
-GController* EffectController() {
-    return catalogue::SharedController();
 }
 
 SilentSink::SilentSink() : previous_(liblog_SetGException(this)) {}

@@ -14,14 +14,9 @@
 
 namespace testing_support {
 
-// The id range fuzzers draw effects from.
-constexpr unsigned kFirstEffectId = 0;
-constexpr unsigned kLastEffectId = 31;
-
 struct ServedEffect {
     unsigned id;
     const char* name;  // lfx's short name
-    bool fromFactory;  // false: constructed directly by the host
     const MediaCore::EffectDescription* description;
 
     // A new instance (released with its Free); null when the library refuses.
@@ -49,10 +44,6 @@ bool RepeatsWork(const std::string& property);
 // Property texts at the edges of what the parsers take: signs, 32-bit limits and beyond, NaN
 // and infinities, fractions, leading blanks, trailing junk and words.
 const std::vector<std::string>& EdgeTexts();
-
-// The controller handed to the factory: the converter library's when the build has one (the
-// stereo and rotation effects need it to do anything), else null.
-MediaCore::GController* EffectController();
 
 // An error sink that keeps only a count and is safe to report to from any thread. Installed
 // for its lifetime in place of the current sink.
