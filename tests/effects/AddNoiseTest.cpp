@@ -53,10 +53,10 @@ TEST(AddNoise, Level13ShiftsEveryValueOutAndDarkensTo20Of256) {
         EXPECT_EQ(image.Row(p, 0)[0], original.Row(p, 0)[0]);
 }
 
-// A new effect, set to `first`, runs a `prior` frame (format -1: the row's format) from seed 5, is
-// set to `then`, and runs the later frame from seed 6. Reused: it adds the pattern drawn from
-// seed 5; Drawn: one drawn from seed 6; Clock: neither, but the same from any seed, the level's
-// change having reseeded the generator from the clock (in seconds).
+// A new effect, set to `first`, runs a `prior` frame from seed 5, is set to `then`, and runs the
+// later frame from seed 6. Reused: it adds the pattern drawn from seed 5; Drawn: one drawn from
+// seed 6; Clock: neither, but the same from any seeds, the level's change having reseeded the
+// generator from the clock (in seconds), which the later frame draws from unseeded.
 TEST(AddNoise, PatternsAreReusedUntilTheShiftChangesOrTheFrameOutgrowsThem) {
     enum Expect { kReused, kDrawn, kClock };
     const struct {

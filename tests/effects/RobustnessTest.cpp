@@ -114,11 +114,11 @@ TEST(Robustness, EdgeSettingsKeepEveryLevelOnTheScalarRule) {
          "mirage_alpha=55 mirage_width=300,5000 * mirage_width=37 mirage_alpha=0 * mirage_width=1 "
          "mirage_alpha=100 * mirage_width=10 mirage_alpha=101 = mirage_alpha=10 mirage_width=0 = "
          "mirage_width=-5 = mirage_width=65436 ="},
-        // Only "1" turns a mirror flag on.
         // Defaults change nothing; corners past the frame are not clipped but refused.
         {AVPROCESSOR_MOSAIC,
          "= mosaic_x2=34 mosaic_y2=9 = mosaic_x2=33 mosaic_y2=10 = mosaic_x2=8 mosaic_y2=4 "
          "mosaic_step=2 *"},
+        // Only "1" turns a mirror flag on.
         {AVPROCESSOR_REVERSE, "vertical=1 mirror=-1 mirror=1 vertical=2 * mirror=2 ="},
         // A fresh effect's factor is 0 until a set. Every set converts the factor again: from 77,
         // 504 wraps alphas above 127; from 100, 256, 655, ... 71969, until the factor's bits
