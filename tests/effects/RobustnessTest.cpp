@@ -120,6 +120,9 @@ TEST(Robustness, EdgeSettingsKeepEveryLevelOnTheScalarRule) {
          "mosaic_step=2 *"},
         // Only "1" turns a mirror flag on.
         {AVPROCESSOR_REVERSE, "vertical=1 mirror=-1 mirror=1 vertical=2 * mirror=2 ="},
+        // Shift 2^32 - 1 (no noise, gain 20), 32 (all 15 bits, gain 680), a gain that saturates
+        // alone, one past the vector forms' gain limit.
+        {AVPROCESSOR_ADD_NOISE, "addnoise_level=13,-20,-1000,-1700"},
         // A fresh effect's factor is 0 until a set. Every set converts the factor again: from 77,
         // 504 wraps alphas above 127; from 100, 256, 655, ... 71969, until the factor's bits
         // above 16 are in play and must not matter.
