@@ -12,7 +12,7 @@
 using namespace catalogue;
 
 // Descriptions hosts can use (unique ids in order; names plug-in files and elements are made
-// of), and effects that report themselves as described.
+// of), and effects that report themselves as described, "duration" besides.
 TEST(CatalogueTest, EveryEffectIsDescribedForHostsAndMadeAsDescribed) {
     std::set<std::string> names;
     unsigned previous = 0;
@@ -30,8 +30,17 @@ TEST(CatalogueTest, EveryEffectIsDescribedForHostsAndMadeAsDescribed) {
         EXPECT_EQ(effect->GetID(), description->id) << name;
         MediaCore::GStringList* reported = effect->GetPropertyNames();
         ASSERT_NE(reported, nullptr) << name;
-        EXPECT_EQ(reported->GetCount(), description->propertyCount + 1) << name;  // + duration
+        EXPECT_EQ(reported->GetCount(), description->propertyCount + 1) << name;
         reported->Free();
+        // The face every effect shares: its interface, and a duration of 1 it can be given.
+        EXPECT_EQ(effect->GetInterface("libcorevideoprocinterface"), effect.get()) << name;
+        int durationType = -1;
+        EXPECT_STREQ(effect->GetProperty(kDurationProperty, &durationType), "1");
+        EXPECT_EQ(durationType, MediaCore::PROPERTY_INT32);
+        EXPECT_EQ(effect->GetDuration(), 1u);
+        EXPECT_TRUE(effect->SetProperty(kDurationProperty, "25"));
+        EXPECT_EQ(effect->GetDuration(), 25u);
+        EXPECT_TRUE(effect->Seek(12345));
         for (unsigned i = 0; i < description->propertyCount; ++i) {
             const PropertyDescription& property = description->properties[i];
             EXPECT_TRUE(property.upper != RangeBound::Fixed || property.min <= property.max);
@@ -63,7 +72,8 @@ TEST(CatalogueTest, DescriptionsCarryTheDocumentedDefaults) {
     const std::pair<unsigned, std::string> documented[] = {
         {3, "brightness=0 contrast=0 saturation=0"}, {4, "mirror=0 vertical=0"},
         {6, "blur_count=1"}, {7, "sharpen_count=1"}, {8, ""}, {9, ""}, {10, ""}, {11, ""},
-        {12, "emboss_level=5"}, {13, "mosaic_x1=0 mosaic_y1=0 mosaic_x2=0 mosaic_y2=0 mosaic_step=3"},
+        {12, "emboss_level=5"},
+        {13, "mosaic_x1=0 mosaic_y1=0 mosaic_x2=0 mosaic_y2=0 mosaic_step=3"},
         {14, "mirage_width=10 mirage_alpha=10"}, {15, "transparency_scale=0"},
         {16, "filter_scope=0 filter_color=0"}, {17, "addnoise_level=2"}, {19, "rotate90_angle=0"}};
     // clang-format on

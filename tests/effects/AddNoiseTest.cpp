@@ -67,8 +67,7 @@ TEST(AddNoise, PatternsAreReusedUntilTheShiftChangesOrTheFrameOutgrowsThem) {
         Expect expect;
     } rows[] = {
         {"later frames reuse the pattern", nullptr, nullptr, -1, 11, 5, kReused},
-        {"a new effect works at shift 8 although its level reads 2", "4", nullptr, -2, 0, 0,
-         kDrawn},
+        {"a new effect is at shift 8 though it reads 2", "4", nullptr, -2, 0, 0, kDrawn},
         {"level 4 is shift 8 already: no redraw", nullptr, "4", -1, 11, 5, kReused},
         {"level 2 is shift 10: reseed and redraw", nullptr, "2", -1, 11, 5, kClock},
         {"a frame after an unsupported one is the first", nullptr, nullptr, 8, 10, 4, kDrawn},

@@ -97,12 +97,12 @@ TEST(Robustness, EdgeSettingsKeepEveryLevelOnTheScalarRule) {
          "brightness=-100 contrast=100 saturation=100 * brightness=150 contrast=-100 "
          "saturation=-100 * brightness=nan contrast=inf saturation=-inf * brightness=0 "
          "contrast=0 saturation=0 = saturation=-50 = saturation=-100,0 ="},
+        // clang-format off
         {AVPROCESSOR_GAUSS_BLUR, "blur_count=0,-1 ="},
         {AVPROCESSOR_LAPLACIAN_SHARPEN, "sharpen_count=0,-1 ="},
-        {AVPROCESSOR_GRAY, "*"},
-        {AVPROCESSOR_FLIP_COLOR, "*"},
-        {AVPROCESSOR_INVERT, "*"},
+        {AVPROCESSOR_GRAY, "*"}, {AVPROCESSOR_FLIP_COLOR, "*"}, {AVPROCESSOR_INVERT, "*"},
         {AVPROCESSOR_AGED_FILM, "*"},
+        // clang-format on
         {AVPROCESSOR_COLOR_FILTER,
          "filter_color=1193046 filter_scope=-300 filter_color=7 filter_scope=300"},
         {AVPROCESSOR_EMBOSS,

@@ -3,9 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
+#include <numeric>
 
 #include "libfilter/DirectEffects.h"
+#include "libfilter/MosaicEffect.h"
 #include "libfilter/libfilter.h"
 #include "support/TestFrame.h"
 
@@ -25,8 +28,7 @@ FactoryEffect Mirror(Flags flags) {
 
 std::vector<uint8_t> Iota(size_t count) {
     std::vector<uint8_t> v(count);
-    for (size_t i = 0; i < count; ++i)
-        v[i] = static_cast<uint8_t>(1 + i);
+    std::iota(v.begin(), v.end(), 1);
     return v;
 }
 
@@ -91,13 +93,10 @@ TEST(Mirror, WorkedCases) {
     }
 }
 
-// Each case maps every sample (x, y) of a plane to the original sample it takes.
+// Each case maps every sample (x, y) of a plane to the original sample it takes (none: itself).
 TEST(Mosaic, WorkedCases) {
-    struct XY {
-        int x, y;
-    };
+    using XY = std::array<int, 2>;  // x, y
     using Source = XY (*)(unsigned plane, int x, int y);
-    const Source keep = [](unsigned, int x, int y) { return XY{x, y}; };
     const struct {
         const char* name;
         FrameShape shape;
@@ -111,7 +110,7 @@ TEST(Mosaic, WorkedCases) {
          {3, 0, 16, 8, 3},
          [](unsigned, int x, int y) {
              return x >= 3 && x < 19 ? XY{x < 11 ? 3 : 11, 0} : XY{x, y}; }},
-        {"planar step 1 is refused", {0, 16, 8, 4}, {0, 0, 16, 8, 1}, keep},
+        {"planar step 1 is refused", {0, 16, 8, 4}, {0, 0, 16, 8, 1}, nullptr},
         {"packed step 1 makes 2x2 blocks", {30, 6, 4, 4}, {0, 0, 6, 4, 1},
          [](unsigned, int x, int y) { return x < 6 ? XY{x & ~1, y & ~1} : XY{x, y}; }},
         {"full chroma is set at columns x and x + 4 of a block of 8", {90, 16, 8, 0},
@@ -128,9 +127,9 @@ TEST(Mosaic, WorkedCases) {
         for (unsigned plane = 0; plane < image.PlaneCount(); ++plane) {
             for (unsigned y = 0; y < image.Rows(plane); ++y) {
                 for (unsigned x = 0; x < image.Pitch(plane) / unit; ++x) {
-                    const XY s = c.source(plane, x, y);
+                    const XY s = c.source ? c.source(plane, x, y) : XY{int(x), int(y)};
                     ASSERT_EQ(0, std::memcmp(image.Row(plane, y) + x * unit,
-                                             original.Row(plane, s.y) + s.x * unit, unit))
+                                             original.Row(plane, s[1]) + s[0] * unit, unit))
                         << "plane " << plane << " x " << x << " y " << y;
                 }
             }
@@ -179,6 +178,28 @@ TEST(SpatialEffects, ScalarRulesAndRepeatsOnRandomFrames) {
             }
         }
     }
+}
+
+// Through the member operations, geometry no frame has: chroma rows closer together than a
+// block row is wide, chroma shifts past 2, and no pixels. Each plane holds one value, so a
+// mosaic leaves it as it was.
+TEST(Mosaic, MemberCallsOnGeometryNoFrameHas) {
+    FactoryEffect effect(AVPROCESSOR_MOSAIC, Settings({0, 0, 40, 6, 3}));
+    auto* mosaic = static_cast<CMosaicVideoImageEffect*>(effect.p);
+    for (auto [chromaPitch, code] : {std::pair{3u, 11u}, {20u, 33u}}) {
+        unsigned pitches[3] = {40, chromaPitch, chromaPitch}, widths[3] = {40, 20, 20};
+        unsigned rows[3] = {6, 3, 3};
+        std::vector<uint8_t> bytes[3];
+        unsigned char* data[3];
+        for (int i = 0; i < 3; ++i) {
+            bytes[i].assign(rows[i] * pitches[i], i + 1);
+            data[i] = bytes[i].data();
+        }
+        mosaic->MosaicComponentEffect(data, widths, pitches, rows, code);
+        for (int i = 0; i < 3; ++i)
+            EXPECT_EQ(bytes[i], std::vector<uint8_t>(bytes[i].size(), i + 1)) << code << " " << i;
+    }
+    mosaic->MosaicRgba32Effect(nullptr, 64, 8 * 4, 3);
 }
 
 TEST(Mirage, WorkedWeightsPositionsAndSubsampledChroma) {
