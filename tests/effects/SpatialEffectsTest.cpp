@@ -184,7 +184,7 @@ TEST(SpatialEffects, ScalarRulesAndRepeatsOnRandomFrames) {
 // block row is wide, chroma shifts past 2, and no pixels. Each plane holds one value, so a
 // mosaic leaves it as it was.
 TEST(Mosaic, MemberCallsOnGeometryNoFrameHas) {
-    FactoryEffect effect(AVPROCESSOR_MOSAIC, Settings({0, 0, 40, 6, 3}));
+    FactoryEffect effect(AVPROCESSOR_MOSAIC, Settings({0, 0, 40, 6, 2}));  // blocks of 4
     auto* mosaic = static_cast<CMosaicVideoImageEffect*>(effect.p);
     for (auto [chromaPitch, code] : {std::pair{3u, 11u}, {20u, 33u}}) {
         unsigned pitches[3] = {40, chromaPitch, chromaPitch}, widths[3] = {40, 20, 20};
