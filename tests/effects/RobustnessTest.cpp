@@ -65,8 +65,7 @@ TEST(Robustness, EveryPropertyTakesEveryEdgeText) {
         ASSERT_NE(effect, nullptr);
         const catalogue::EffectDescription& description = *served.description;
         for (unsigned i = 0; i <= description.propertyCount; ++i) {
-            const std::string name =
-                i < description.propertyCount ? description.properties[i].name : "duration";
+            const std::string name = i == 0 ? "duration" : description.properties[i - 1].name;
             for (const std::string& text : EdgeTexts()) {
                 if (RepeatsWork(name) && std::atoi(text.c_str()) > 4) continue;
                 effect->SetProperty(name.c_str(), text.c_str());
