@@ -1,10 +1,9 @@
-// Add noise: one drawn pattern reused on later frames, level changes, frames the pattern must
-// still fit, vector forms drawing and reusing, and the shared generator under threads.
+// Add noise: the portable generator, one worked level, and when a drawn pattern is reused and
+// when it is drawn again.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <ctime>
-#include <thread>
 
 #include "core/NoiseRandom.h"
 #include "libfilter/DirectEffects.h"
@@ -15,17 +14,15 @@ using namespace testing_support;
 
 namespace {
 
-const std::vector<int> kFormats = {30, 0, 4, 6, 7, 12, 13, 35, 90};
-
 FactoryEffect Noise(const PropertyList& settings = {}) {
     return FactoryEffect(new CAddNoiseVideoImageEffect(), settings);
 }
 
-// The bytes of a frame of `shape` after `effect`, the generator first seeded with `seed`.
-std::vector<uint8_t> After(FactoryEffect& effect, const FrameShape& shape, uint32_t seed,
-                           uint32_t frameSeed = 40) {
+// The bytes of a frame of `shape` after `effect`, the generator first seeded with `seed` (0:
+// as it stands).
+std::vector<uint8_t> After(FactoryEffect& effect, const FrameShape& shape, uint32_t seed) {
     if (seed != 0) NoiseRandom::Seed(seed);
-    TestImage image(shape, frameSeed);
+    TestImage image(shape, 40);
     effect.Run(image.Frame());
     EXPECT_TRUE(image.GuardsIntact());
     return image.Snapshot();
@@ -33,48 +30,14 @@ std::vector<uint8_t> After(FactoryEffect& effect, const FrameShape& shape, uint3
 
 }  // namespace
 
-// The pattern is drawn at the first frame and then added again, whatever the generator does
-// meanwhile; a later, larger frame draws a longer one; a frame after an unsupported first one
-// still gets a pattern first. A new effect works at shift 8 although its level reads "2".
-TEST(AddNoise, OnePatternForLaterFramesDrawnWhereItMustBe) {
-    for (int format : kFormats) {
-        const FrameShape shape{format, 11, 5, 2, format == 4};
-        FactoryEffect effect = Noise(), level4 = Noise({{"addnoise_level", "4"}});
-        const auto first = After(effect, shape, 7);
-        EXPECT_EQ(After(effect, shape, 99), first) << format;
-        EXPECT_EQ(After(level4, shape, 7), first) << format;
-        FactoryEffect other = Noise();
-        EXPECT_NE(After(level4, shape, 8, 41), After(other, shape, 9, 41)) << format;
-    }
-    FactoryEffect effect = Noise(), fresh = Noise();
-    After(effect, {8, 10, 4}, 2024);
-    EXPECT_EQ(After(effect, {30, 4, 2}, 5), After(fresh, {30, 4, 2}, 5));
-    const auto larger = After(effect, {30, 9, 5, 3}, 6);
-    FactoryEffect other = Noise();
-    EXPECT_EQ(larger, After(other, {30, 9, 5, 3}, 6));
-    After(effect, {0, 7, 3, 1, true}, 0);
-    After(effect, {30, 2, 2}, 0);
-}
-
-// Level 4 is shift 8, the current one: no reseed, no redraw. Level 2 reseeds from the clock and
-// redraws at shift 10, so two effects set within one second add the same noise.
-TEST(AddNoise, LevelChangesRedrawAndReseedOnlyWhenTheShiftChanges) {
-    FactoryEffect effect = Noise();
-    const auto first = After(effect, {30, 6, 3}, 99);
-    ASSERT_TRUE(effect.Set({{"addnoise_level", "4"}}));
-    EXPECT_EQ(After(effect, {30, 6, 3}, 12345), first);
-    for (;;) {
-        FactoryEffect a = Noise(), b = Noise();
-        const std::time_t before = std::time(nullptr);
-        a.Set({{"addnoise_level", "2"}});
-        const auto fromA = After(a, {0, 8, 2}, 0, 5);
-        b.Set({{"addnoise_level", "2"}});
-        const auto fromB = After(b, {0, 8, 2}, 0, 5);
-        if (std::time(nullptr) != before) continue;  // a second passed; again
-        EXPECT_EQ(fromA, fromB);
-        EXPECT_NE(fromA, After(effect, {0, 8, 2}, 0, 5));
-        break;
-    }
+// The C library's portable generator: from seed 1 it gives 16838, 5758, 10113, 17515, 31051,
+// one draw carrying on where the last stopped.
+TEST(NoiseRandom, ThePortableSequence) {
+    std::vector<unsigned> drawn;
+    NoiseRandom::Seed(1);
+    NoiseRandom::Draw(2, [&](unsigned v) { drawn.push_back(v); });
+    NoiseRandom::Draw(3, [&](unsigned v) { drawn.push_back(v); });
+    EXPECT_EQ(drawn, std::vector<unsigned>({16838, 5758, 10113, 17515, 31051}));
 }
 
 // Level 13 is shift 2^32 - 1, of which only 31 counts: every noise value is 0, and the gain is
@@ -90,57 +53,47 @@ TEST(AddNoise, Level13ShiftsEveryValueOutAndDarkensTo20Of256) {
         EXPECT_EQ(image.Row(p, 0)[0], original.Row(p, 0)[0]);
 }
 
-// Each frame it is handed, from the same generator state, gets a newly drawn pattern and then
-// the pattern again, so every instruction-set level both draws and reuses.
-struct FreshGrain : CAddNoiseVideoImageEffect {
-    const char* level;
-    FreshGrain(const char* l) : level(l) {}
-    bool ProcFrameInner(ImagePostion* position, int n, GVideoFrame* frame) override {
-        SetProperty("addnoise_level", "99");
-        SetProperty("addnoise_level", level);  // a changed level draws anew at the next frame
-        NoiseRandom::Seed(5);
-        CAddNoiseVideoImageEffect::ProcFrameInner(position, n, frame);
-        return CAddNoiseVideoImageEffect::ProcFrameInner(position, n, frame);
+// A new effect, set to `first`, runs a `prior` frame from seed 5, is set to `then`, and runs the
+// later frame from seed 6. Reused: it adds the pattern drawn from seed 5; Drawn: one drawn from
+// seed 6; Clock: neither, but the same from any seeds, the level's change having reseeded the
+// generator from the clock (in seconds), which the later frame draws from unseeded.
+TEST(AddNoise, PatternsAreReusedUntilTheShiftChangesOrTheFrameOutgrowsThem) {
+    enum Expect { kReused, kDrawn, kClock };
+    const struct {
+        const char* name;
+        const char *first, *then;
+        int prior;  // a format, -1 for the row's, -2 for no prior frame
+        unsigned width, height;
+        Expect expect;
+    } rows[] = {
+        {"later frames reuse the pattern", nullptr, nullptr, -1, 11, 5, kReused},
+        {"a new effect is at shift 8 though it reads 2", "4", nullptr, -2, 0, 0, kDrawn},
+        {"level 4 is shift 8 already: no redraw", nullptr, "4", -1, 11, 5, kReused},
+        {"level 2 is shift 10: reseed and redraw", nullptr, "2", -1, 11, 5, kClock},
+        {"a frame after an unsupported one is the first", nullptr, nullptr, 8, 10, 4, kDrawn},
+        {"a larger frame draws a longer pattern", nullptr, nullptr, -1, 4, 2, kDrawn},
+    };
+    for (int format : {30, 0, 4, 6, 7, 12, 13, 35, 90}) {
+        const FrameShape later{format, 11, 5, 2, format == 4};
+        FactoryEffect fromFive = Noise(), fromSix = Noise();
+        const auto reused = After(fromFive, later, 5), drawn = After(fromSix, later, 6);
+        for (const auto& row : rows) {
+            SCOPED_TRACE(testing::Message() << row.name << " on " << format);
+            auto run = [&](uint32_t seed) {
+                FactoryEffect effect = Noise();
+                if (row.first != nullptr) effect.Set({{"addnoise_level", row.first}});
+                if (row.prior != -2)
+                    After(effect, {row.prior == -1 ? format : row.prior, row.width, row.height},
+                          seed);
+                if (row.then != nullptr) effect.Set({{"addnoise_level", row.then}});
+                return After(effect, later, row.expect == kClock ? 0 : seed + 1);
+            };
+            const std::time_t before = std::time(nullptr);
+            const auto got = run(5), again = run(50);
+            if (row.expect == kClock && std::time(nullptr) != before) continue;  // a second passed
+            EXPECT_EQ(got == reused, row.expect == kReused);
+            EXPECT_EQ(got == drawn, row.expect == kDrawn);
+            EXPECT_EQ(got == again, row.expect == kClock);
+        }
     }
-};
-
-TEST(AddNoise, VectorFormsMatchTheScalarRuleAtEveryShift) {
-    // The default shift; shift -1 (no noise, gain 20); shift 32 (all 15 bits of noise, gain
-    // 680); a gain that saturates alone; one past the vector forms' gain limit.
-    for (const char* level : {"4", "13", "-20", "-1000", "-1700"}) {
-        FreshGrain effect(level);
-        GVideoProcessor* video = &effect;
-        EXPECT_EQ(FirstShapeDiffering(video, KernelShapes({30, 0, 35, 90})), "") << level;
-    }
-}
-
-// The C library's portable generator: from seed 1 it gives 16838, 5758, 10113, 17515, 31051.
-// Threads drawing at once together take the sequence's first values, each exactly once, and the
-// next draw gets the value after them.
-TEST(NoiseRandom, ThePortableSequenceSharedByThreads) {
-    std::vector<unsigned> first;
-    NoiseRandom::Seed(1);
-    NoiseRandom::Draw(5, [&](unsigned v) { first.push_back(v); });
-    EXPECT_EQ(first, std::vector<unsigned>({16838, 5758, 10113, 17515, 31051}));
-    NoiseRandom::Seed(77);
-    std::vector<std::vector<unsigned>> drawn(4);
-    std::vector<std::thread> threads;
-    for (auto& values : drawn) {
-        threads.emplace_back([&values] {
-            for (int r = 0; r < 500; ++r)
-                NoiseRandom::Draw(37, [&](unsigned v) { values.push_back(v); });
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
-    std::vector<unsigned> all, expected;
-    for (const auto& values : drawn)
-        all.insert(all.end(), values.begin(), values.end());
-    NoiseRandom::Draw(1, [&](unsigned v) { all.push_back(v); });
-    NoiseRandom::Seed(77);
-    NoiseRandom::Draw(all.size(), [&](unsigned v) { expected.push_back(v); });
-    EXPECT_EQ(all.back(), expected.back());
-    std::sort(all.begin(), all.end());
-    std::sort(expected.begin(), expected.end());
-    EXPECT_EQ(all, expected);
 }

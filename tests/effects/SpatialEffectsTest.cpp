@@ -1,9 +1,11 @@
-// Mirror, mosaic and mirage: worked cases, mirrors undoing themselves, mosaics of mosaics, odd
-// plane geometry, and the mirage's weights and positions.
+// Mirror, mosaic and mirage: worked cases, mirrors undoing themselves, mosaics of mosaics, and
+// the mirage's weights and positions.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
+#include <numeric>
 
 #include "libfilter/DirectEffects.h"
 #include "libfilter/MosaicEffect.h"
@@ -26,8 +28,7 @@ FactoryEffect Mirror(Flags flags) {
 
 std::vector<uint8_t> Iota(size_t count) {
     std::vector<uint8_t> v(count);
-    for (size_t i = 0; i < count; ++i)
-        v[i] = static_cast<uint8_t>(1 + i);
+    std::iota(v.begin(), v.end(), 1);
     return v;
 }
 
@@ -66,14 +67,12 @@ TEST(Mirror, WorkedCases) {
         std::vector<uint8_t> expected;  // in every plane
     } cases[] = {
         // clang-format off
-        {"value 2 is off", 90, 3, 3, 0, 3, {"2", "2"}, Iota(9)},
         {"both on keep the middle row and column", 90, 3, 3, 0, 3, {"1", "1"},
          {9, 2, 7, 4, 5, 6, 3, 8, 1}},
         {"3-pixel row", 30, 3, 1, 0, 12, {"1", "0"}, {9, 10, 11, 12, 5, 6, 7, 8, 1, 2, 3, 4}},
         {"7-byte row holds one pixel", 30, 1, 2, 7, 7, {"1", "0"}, Iota(14)},
         {"vertical moves whole pixels, the tail stays", 30, 1, 2, 7, 7, {"0", "1"},
          {8, 9, 10, 11, 5, 6, 7, 1, 2, 3, 4, 12, 13, 14}},
-        {"one row under vertical", 30, 2, 1, 0, 8, {"0", "1"}, Iota(8)},
         {"both on 2x2 turns half round", 30, 2, 2, 0, 8, {"1", "1"},
          {13, 14, 15, 16, 9, 10, 11, 12, 5, 6, 7, 8, 1, 2, 3, 4}},
         // clang-format on
@@ -94,13 +93,10 @@ TEST(Mirror, WorkedCases) {
     }
 }
 
-// Each case maps every sample (x, y) of a plane to the original sample it takes.
+// Each case maps every sample (x, y) of a plane to the original sample it takes (none: itself).
 TEST(Mosaic, WorkedCases) {
-    struct XY {
-        int x, y;
-    };
+    using XY = std::array<int, 2>;  // x, y
     using Source = XY (*)(unsigned plane, int x, int y);
-    const Source keep = [](unsigned, int x, int y) { return XY{x, y}; };
     const struct {
         const char* name;
         FrameShape shape;
@@ -108,16 +104,13 @@ TEST(Mosaic, WorkedCases) {
         Source source;
     } cases[] = {
         // clang-format off
-        {"defaults change nothing", {30, 24, 24, 4}, {0, 0, 0, 0, 3}, keep},
         {"far edges 20 round down to 16", {30, 24, 24, 4}, {0, 0, 20, 20, 3},
          [](unsigned, int x, int y) { return x < 16 && y < 16 ? XY{x & ~7, y & ~7} : XY{x, y}; }},
         {"the block from 11 writes pixels 16 to 18 into the padding", {30, 16, 8, 32},
          {3, 0, 16, 8, 3},
          [](unsigned, int x, int y) {
              return x >= 3 && x < 19 ? XY{x < 11 ? 3 : 11, 0} : XY{x, y}; }},
-        {"x2 past the width is not clipped", {30, 16, 8, 4}, {0, 0, 17, 8, 2}, keep},
-        {"y2 past the height is not clipped", {0, 16, 8, 4}, {0, 0, 16, 9, 2}, keep},
-        {"planar step 1 is refused", {0, 16, 8, 4}, {0, 0, 16, 8, 1}, keep},
+        {"planar step 1 is refused", {0, 16, 8, 4}, {0, 0, 16, 8, 1}, nullptr},
         {"packed step 1 makes 2x2 blocks", {30, 6, 4, 4}, {0, 0, 6, 4, 1},
          [](unsigned, int x, int y) { return x < 6 ? XY{x & ~1, y & ~1} : XY{x, y}; }},
         {"full chroma is set at columns x and x + 4 of a block of 8", {90, 16, 8, 0},
@@ -134,9 +127,9 @@ TEST(Mosaic, WorkedCases) {
         for (unsigned plane = 0; plane < image.PlaneCount(); ++plane) {
             for (unsigned y = 0; y < image.Rows(plane); ++y) {
                 for (unsigned x = 0; x < image.Pitch(plane) / unit; ++x) {
-                    const XY s = c.source(plane, x, y);
+                    const XY s = c.source ? c.source(plane, x, y) : XY{int(x), int(y)};
                     ASSERT_EQ(0, std::memcmp(image.Row(plane, y) + x * unit,
-                                             original.Row(plane, s.y) + s.x * unit, unit))
+                                             original.Row(plane, s[1]) + s[0] * unit, unit))
                         << "plane " << plane << " x " << x << " y " << y;
                 }
             }
@@ -187,44 +180,29 @@ TEST(SpatialEffects, ScalarRulesAndRepeatsOnRandomFrames) {
     }
 }
 
-// Through the member operation: chroma rows closer together than a block row is wide, plane 2
-// rows shorter or longer than plane 1's pitch, chroma shifts past 2. Every plane is exactly
-// rows x pitch bytes long, so the sanitizer sees any access past it.
-TEST(Mosaic, UnusualGeometryStaysInsideThePlanes) {
-    const struct {
-        unsigned pitches[3];
-        unsigned code;
-    } geometries[] = {{{40, 20, 20}, 11}, {{40, 3, 3}, 11},   {{40, 20, 7}, 11},
-                      {{40, 20, 30}, 11}, {{40, 20, 20}, 33}, {{41, 40, 40}, 0}};
-    FactoryEffect effect(AVPROCESSOR_MOSAIC);
+// Through the member operations, geometry no frame has: chroma rows closer together than a
+// block row is wide, chroma shifts past 2, and no pixels. Each plane holds one value, so a
+// mosaic leaves it as it was.
+TEST(Mosaic, MemberCallsOnGeometryNoFrameHas) {
+    FactoryEffect effect(AVPROCESSOR_MOSAIC, Settings({0, 0, 40, 6, 2}));  // blocks of 4
     auto* mosaic = static_cast<CMosaicVideoImageEffect*>(effect.p);
-    for (const auto& g : geometries) {
-        for (const Rect& rect : RectsFor(40, 6)) {
-            std::vector<uint8_t> bytes[3];
-            unsigned char* data[3];
-            unsigned widths[3] = {40, 20, 20}, rows[3] = {6, 3, 3};
-            for (int i = 0; i < 3; ++i) {
-                bytes[i].assign(rows[i] * g.pitches[i], static_cast<uint8_t>(i + 1));
-                data[i] = bytes[i].data();
-            }
-            effect.Set(Settings(rect));
-            mosaic->MosaicComponentEffect(data, widths, g.pitches, rows, g.code);
-            // Each plane held one value, so a mosaic leaves it as it was.
-            for (int i = 0; i < 3; ++i) {
-                EXPECT_EQ(bytes[i], std::vector<uint8_t>(bytes[i].size(), i + 1))
-                    << "plane " << i << " code " << g.code;
-            }
+    for (auto [chromaPitch, code] : {std::pair{3u, 11u}, {20u, 33u}}) {
+        unsigned pitches[3] = {40, chromaPitch, chromaPitch}, widths[3] = {40, 20, 20};
+        unsigned rows[3] = {6, 3, 3};
+        std::vector<uint8_t> bytes[3];
+        unsigned char* data[3];
+        for (int i = 0; i < 3; ++i) {
+            bytes[i].assign(rows[i] * pitches[i], i + 1);
+            data[i] = bytes[i].data();
         }
+        mosaic->MosaicComponentEffect(data, widths, pitches, rows, code);
+        for (int i = 0; i < 3; ++i)
+            EXPECT_EQ(bytes[i], std::vector<uint8_t>(bytes[i].size(), i + 1)) << code << " " << i;
     }
-    // A packed width past the pitch is cut to it, so x2 = 9 lies outside these rows.
-    effect.Set(Settings({0, 0, 9, 2, 1}));
-    std::vector<uint8_t> packed(8 * 4 * 3, 7);
-    mosaic->MosaicRgba32Effect(packed.data(), 64, 8 * 4, 3);
     mosaic->MosaicRgba32Effect(nullptr, 64, 8 * 4, 3);
-    EXPECT_EQ(packed, std::vector<uint8_t>(8 * 4 * 3, 7));
 }
 
-TEST(Mirage, WorkedWeightsAndPositionsOnAFullHdRow) {
+TEST(Mirage, WorkedWeightsPositionsAndSubsampledChroma) {
     // Width 10 on 1920 columns: column 0 takes column 45, the last takes column 1872.
     for (auto [alpha, first, last] : {std::tuple{10u, 63, 191}, {0u, 50, 204}, {100u, 178, 76}}) {
         TestImage image({30, 1920, 1}, 1);
@@ -240,9 +218,6 @@ TEST(Mirage, WorkedWeightsAndPositionsOnAFullHdRow) {
         EXPECT_EQ(row[3], 9);  // the magnified copy's alpha
         EXPECT_EQ(row[4 * 1919], last) << alpha;
     }
-}
-
-TEST(Mirage, SubsampledChromaIsBlendedOncePerLumaPixel) {
     FactoryEffect effect(new CMirageVideoImageEffect(),
                          {{"mirage_width", "10"}, {"mirage_alpha", "100"}});
     // A chroma column of 255 magnifies one column to the right: 255 blended toward 0 four
