@@ -22,9 +22,9 @@ TEST(Factory, BuildsTheFactoryMadeEffectsAndRefusesTheRest) {
     for (int64_t asked = -1; asked < 40; ++asked) {
         const unsigned id = static_cast<unsigned>(asked);  // -1: 2^32 - 1
         const ServedEffect* served = FindServedEffect(id);
-        const bool made = served != nullptr && served->fromFactory;
+        const bool made = served != nullptr && served->description->making == EffectMaking::Factory;
         ReportWatch watch;
-        GVideoProcessor* effect = libfilter_GetFilter(EffectController(), id);
+        GVideoProcessor* effect = libfilter_GetFilter(catalogue::SharedController(), id);
         ASSERT_EQ(effect != nullptr, made) << id;
         EXPECT_EQ(watch.Count(), made ? 0u : 1u) << id;
         if (made) {

@@ -1,13 +1,16 @@
 // Effects side by side on many threads, one effect object per thread, as a host with a worker
-// per stream drives them: the same effect and different ones at once; and the clock's first reading
-// taken by many threads at once. Built alone with ThreadSanitizer by `scripts/test --tsan`.
+// per stream drives them: the same effect and different ones at once; the grain's shared
+// generator; and the clock's first reading taken by many threads at once. Built alone with
+// ThreadSanitizer by `scripts/test --tsan`.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <thread>
 #include <vector>
 
+#include "core/NoiseRandom.h"
 #include "libfilter/SystemBase.h"
 #include "support/EffectRoster.h"
 #include "support/TestFrame.h"
@@ -92,6 +95,27 @@ TEST(Threads, EveryEffectOnEightThreadsAtOnce) {
             }
         }
     }
+}
+
+// The grain's shared generator: threads drawing at once take the sequence's next values, each
+// exactly once, and a later draw goes on after all of them.
+TEST(Threads, NoiseDrawsShareOneSequence) {
+    NoiseRandom::Seed(77);
+    std::vector<std::vector<unsigned>> drawn(4);
+    OnThreads(4, [&](unsigned t) {
+        for (int r = 0; r < 500; ++r)
+            NoiseRandom::Draw(37, [&](unsigned v) { drawn[t].push_back(v); });
+    });
+    std::vector<unsigned> all, expected;
+    for (const auto& values : drawn)
+        all.insert(all.end(), values.begin(), values.end());
+    NoiseRandom::Draw(1, [&](unsigned v) { all.push_back(v); });
+    NoiseRandom::Seed(77);
+    NoiseRandom::Draw(all.size(), [&](unsigned v) { expected.push_back(v); });
+    EXPECT_EQ(all.back(), expected.back());
+    std::sort(all.begin(), all.end());
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(all, expected);
 }
 
 // Under ctest each test is its own process, so these are the clock's first readings. Threads
