@@ -1,6 +1,7 @@
 #include "support/TestConverter.h"
 
 #include <algorithm>
+#include <memory>
 
 #include "core/Planes.h"
 
@@ -8,6 +9,17 @@ namespace testing_support {
 
 using namespace MediaCore;
 
+namespace {
+
+// A frame over memory it owns; Free on it does nothing, as on frames a converter hands out.
+struct OwnedFrame {
+    std::unique_ptr<CVideoFrame> frame;
+    std::vector<std::vector<uint8_t>> planes;
+};
+
+// `in` as `format` at width x height (0 keeps the input's): output plane p, byte (y, x) is input
+// plane min(p, last) byte (y * inRows / rows, x * inRowBytes / rowBytes), rows in memory order.
+// Pitches are row bytes + `padding`. Null for an unknown format or an input without memory.
 std::unique_ptr<OwnedFrame> Resample(GVideoFrame* in, int format, unsigned width, unsigned height,
                                      unsigned padding) {
     unsigned inWidth = 0, inHeight = 0;
@@ -39,8 +51,6 @@ std::unique_ptr<OwnedFrame> Resample(GVideoFrame* in, int format, unsigned width
     }
     return out;
 }
-
-namespace {
 
 class TestConverter final : public GFrameConverter {
 public:

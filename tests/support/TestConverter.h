@@ -2,25 +2,12 @@
 // byte), keep their last frame until the next Convert or Release, and can be told to fail.
 #pragma once
 
-#include <memory>
 #include <vector>
 
 #include "libfilter/CVideoFrame.h"
 #include "libfilter/Stereo3D.h"
 
 namespace testing_support {
-
-// A frame over memory it owns; Free on it does nothing, as on frames a converter hands out.
-struct OwnedFrame {
-    std::unique_ptr<MediaCore::CVideoFrame> frame;
-    std::vector<std::vector<uint8_t>> planes;
-};
-
-// `in` as `format` at width x height (0 keeps the input's): output plane p, byte (y, x) is input
-// plane min(p, last) byte (y * inRows / rows, x * inRowBytes / rowBytes), rows in memory order.
-// Pitches are row bytes + `padding`. Null for an unknown format or an input without memory.
-std::unique_ptr<OwnedFrame> Resample(MediaCore::GVideoFrame* in, int format, unsigned width,
-                                     unsigned height, unsigned padding = 0);
 
 class TestController : public MediaCore::CConverterController {
 public:

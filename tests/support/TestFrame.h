@@ -34,7 +34,6 @@ public:
     TestImage(const FrameShape& shape, uint32_t seed);
 
     MediaCore::CVideoFrame& Frame() { return *frame_; }
-    const FrameShape& Shape() const { return shape_; }
     unsigned PlaneCount() const { return static_cast<unsigned>(planes_.size()); }
     unsigned RowBytes(unsigned plane) const { return planes_[plane].rowBytes; }
     unsigned Rows(unsigned plane) const { return planes_[plane].rows; }
