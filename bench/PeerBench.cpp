@@ -190,8 +190,10 @@ std::string Resolve(std::string text, const FrameKind& frame) {
 
 PropertyList OurSettings(const Pair& pair, const FrameKind& frame) {
     PropertyList settings =
-        pair.ours.empty() ? testing_support::WorkingProperties(pair.id, frame.width, frame.height)
-                          : pair.ours;
+        pair.ours.empty()
+            ? catalogue::Showcase(*testing_support::FindServedEffect(pair.id)->description,
+                                  frame.width, frame.height)
+            : pair.ours;
     for (auto& setting : settings)
         setting.second = Resolve(setting.second, frame);
     return settings;
@@ -397,7 +399,7 @@ int main(int argc, char** argv) {
         const std::string copy = "memcpy/" + FrameName(frame);
         add(copy, BenchMemcpy, frame);
         for (const Pair& pair : kPairs) {
-            const std::string effect = testing_support::EffectName(pair.id);
+            const std::string effect = catalogue::FindEffect(std::to_string(pair.id))->name;
             const PropertyList settings = OurSettings(pair, frame);
             const std::string described =
                 effect + (settings.empty() ? "" : " (" + Describe(settings) + ")");

@@ -54,7 +54,7 @@ TEST(Utf8, SingleCharacters) {
     EXPECT_EQ(wctou8(nullptr, L'a'), kNotFound);
 }
 
-TEST(Utf8, CountsChargeSixForWhatCannotBeEncoded) {
+TEST(Utf8, CountsChargeSixForWhatCannotBeEncodedAndBoundsHoldTheirCapacity) {
     EXPECT_EQ(u8swcslen("\xFF"), 6u);
     EXPECT_EQ(u8swcslen("a\x80"
                         "b\xE2\x82\xAC"),
@@ -65,14 +65,12 @@ TEST(Utf8, CountsChargeSixForWhatCannotBeEncoded) {
     EXPECT_EQ(u8stowcs(nullptr, "\xFFx", 0), 7u);
     EXPECT_EQ(wcstou8s(nullptr, wide, 0), 16u);
     EXPECT_EQ(u8swcslen(nullptr) + wcsu8slen(nullptr), 0u);
-}
-
-TEST(Utf8, BoundedConversionsRespectCapacity) {
-    wchar_t wide[4] = {9, 9, 9, 9};
-    EXPECT_EQ(u8stowcs(wide, "a\xC3\xA9z", 2), 2u);
-    EXPECT_EQ(wide[2], 9);  // no room: not terminated
-    EXPECT_EQ(u8stowcs(wide, "a\xC3\xA9z", 4), 3u);
-    EXPECT_EQ(wide[3], 0);
+    // Bounded conversions respect their capacity.
+    wchar_t out[4] = {9, 9, 9, 9};
+    EXPECT_EQ(u8stowcs(out, "a\xC3\xA9z", 2), 2u);
+    EXPECT_EQ(out[2], 9);  // no room: not terminated
+    EXPECT_EQ(u8stowcs(out, "a\xC3\xA9z", 4), 3u);
+    EXPECT_EQ(out[3], 0);
     char bytes[5] = "####";
     const wchar_t euro[] = {L'a', 0x20AC, 0};
     EXPECT_EQ(wcstou8s(bytes, euro, 3), 1u);  // the euro sign is never split

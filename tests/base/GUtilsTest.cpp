@@ -3,7 +3,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <set>
-#include <vector>
 
 #include "libfilter/SystemBase.h"
 

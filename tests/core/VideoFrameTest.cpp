@@ -5,7 +5,6 @@
 #include <cstring>
 #include <tuple>
 
-#include "libfilter/CVideoFrame.h"
 #include "support/TestFrame.h"
 
 using namespace MediaCore;

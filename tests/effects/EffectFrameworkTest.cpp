@@ -3,7 +3,6 @@
 
 #include "libfilter/CProcessor.h"
 #include "libfilter/libfilter.h"
-#include "support/EffectRoster.h"
 #include "support/TestFrame.h"
 
 using namespace MediaCore;

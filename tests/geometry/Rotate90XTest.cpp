@@ -75,7 +75,7 @@ TEST_F(RotateFixture, AngleSetsTheDirection) {
             const int turn = bottomUp ? 1 - direction : direction;
             for (unsigned i = 0; i < 16; ++i) {
                 EXPECT_EQ(sample(0, i), kTurned[turn][i]) << angle << " " << bottomUp << " " << i;
-                if (i < 4) EXPECT_EQ(sample(2, i), kChroma[turn][i]) << angle << " " << bottomUp;
+                EXPECT_TRUE(i >= 4 || sample(2, i) == kChroma[turn][i]) << angle << " " << bottomUp;
             }
             EXPECT_TRUE(image.GuardsIntact());
         }

@@ -1,7 +1,6 @@
 // The shipped siblings: error sink, logger and libcore.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <tuple>
 #include <vector>
 

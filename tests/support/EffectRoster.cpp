@@ -31,17 +31,6 @@ const ServedEffect* FindServedEffect(unsigned id) {
     return nullptr;
 }
 
-const char* EffectName(unsigned id) {
-    const EffectDescription* description = catalogue::FindEffect(std::to_string(id));
-    return description != nullptr ? description->name : "unnamed";
-}
-
-PropertyList WorkingProperties(unsigned id, unsigned width, unsigned height) {
-    const EffectDescription* description = catalogue::FindEffect(std::to_string(id));
-    return description != nullptr ? catalogue::Showcase(*description, width, height)
-                                  : PropertyList{};
-}
-
 bool RepeatsWork(const std::string& property) {
     const std::string suffix = "_count";
     return property.size() >= suffix.size() &&

@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "catalogue/Catalogue.h"
@@ -28,14 +27,8 @@ struct ServedEffect {
 const std::vector<ServedEffect>& ServedEffects();
 // The effect with this id, or null when the build does not serve it.
 const ServedEffect* FindServedEffect(unsigned id);
-// lfx's short name for an effect id; "unnamed" for ids that name no effect.
-const char* EffectName(unsigned id);
 
 using catalogue::PropertyList;
-
-// Settings under which an effect does its usual work on a frame of the given size (at their
-// defaults several effects leave a frame as it is): its showcase; unknown ids get none.
-PropertyList WorkingProperties(unsigned id, unsigned width, unsigned height);
 
 // Whether a property repeats an effect's whole work ("..._count" passes): its texts must stay
 // small where a run has to end soon, as in tests and fuzzing.

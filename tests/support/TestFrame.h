@@ -60,7 +60,6 @@ private:
 class HostFrame : public MediaCore::CVideoFrame {
 public:
     using CVideoFrame::CVideoFrame;
-    HostFrame(const HostFrame& other) = default;
 
     int GetPixelFormat() override {
         return posedFormat >= -1 ? posedFormat : CVideoFrame::GetPixelFormat();

@@ -12,7 +12,6 @@
 
 #include "core/NoiseRandom.h"
 #include "libfilter/SystemBase.h"
-#include "support/EffectRoster.h"
 #include "support/TestFrame.h"
 
 namespace {
@@ -49,7 +48,8 @@ void OnThreads(unsigned count, Work work) {
 std::vector<uint8_t> RunEffect(const ServedEffect& served, const FrameShape& shape) {
     GVideoProcessor* effect = served.Create();
     if (effect == nullptr) return {};
-    for (const auto& [name, value] : WorkingProperties(served.id, shape.width, shape.height))
+    for (const auto& [name, value] :
+         catalogue::Showcase(*served.description, shape.width, shape.height))
         effect->SetProperty(name.c_str(), value.c_str());
     TestImage image(shape, 7);
     ImagePostion position{};
@@ -97,15 +97,28 @@ TEST(Threads, EveryEffectOnEightThreadsAtOnce) {
     }
 }
 
-// The grain's shared generator: threads drawing at once take the sequence's next values, each
-// exactly once, and a later draw goes on after all of them.
-TEST(Threads, NoiseDrawsShareOneSequence) {
+// Under ctest each test is its own process, so these are the clock's first readings. Threads
+// racing for them share one start, so none sees time run backwards. Meanwhile threads drawing
+// from the grain's shared generator take its next values, each exactly once, and a later draw
+// goes on after all of them.
+TEST(Threads, ClockAndGrainGeneratorAreSharedSafely) {
+    constexpr unsigned kReaders = 16;
+    std::vector<uint64_t> first(kReaders);
+    std::vector<int> backwards(kReaders, 0);
+    std::vector<std::vector<unsigned>> drawn(kReaders);
     NoiseRandom::Seed(77);
-    std::vector<std::vector<unsigned>> drawn(4);
-    OnThreads(4, [&](unsigned t) {
-        for (int r = 0; r < 500; ++r)
-            NoiseRandom::Draw(37, [&](unsigned v) { drawn[t].push_back(v); });
+    OnThreads(kReaders, [&](unsigned t) {
+        uint64_t last = first[t] = SystemBase::get_system_time();
+        for (int i = 0; i < 2000; ++i) {
+            const uint64_t now = SystemBase::get_system_time();
+            backwards[t] += now < last;
+            last = now;
+            if (i % 16 == 0) NoiseRandom::Draw(37, [&](unsigned v) { drawn[t].push_back(v); });
+        }
     });
+    for (unsigned t = 0; t < kReaders; ++t)
+        EXPECT_LT(first[t], 5000u);  // counted from one start, not from the epoch
+    EXPECT_EQ(backwards, std::vector<int>(kReaders, 0));
     std::vector<unsigned> all, expected;
     for (const auto& values : drawn)
         all.insert(all.end(), values.begin(), values.end());
@@ -116,25 +129,6 @@ TEST(Threads, NoiseDrawsShareOneSequence) {
     std::sort(all.begin(), all.end());
     std::sort(expected.begin(), expected.end());
     EXPECT_EQ(all, expected);
-}
-
-// Under ctest each test is its own process, so these are the clock's first readings. Threads
-// racing for them share one start, so none sees time run backwards.
-TEST(Threads, ClockStartsOnceWhenManyThreadsReadItFirst) {
-    constexpr unsigned kReaders = 16;
-    std::vector<uint64_t> first(kReaders);
-    std::vector<int> backwards(kReaders, 0);
-    OnThreads(kReaders, [&](unsigned t) {
-        uint64_t last = first[t] = SystemBase::get_system_time();
-        for (int i = 0; i < 2000; ++i) {
-            const uint64_t now = SystemBase::get_system_time();
-            backwards[t] += now < last;
-            last = now;
-        }
-    });
-    for (unsigned t = 0; t < kReaders; ++t)
-        EXPECT_LT(first[t], 5000u);  // counted from one start, not from the epoch
-    EXPECT_EQ(backwards, std::vector<int>(kReaders, 0));
 }
 
 }  // namespace

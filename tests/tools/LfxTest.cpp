@@ -190,7 +190,6 @@ TEST_F(LfxTest, ErrorsSayOneLineExitNonZeroAndLeaveNoFiles) {
         {"apply -o out.png -e invert -p nosuch=1", "no property 'nosuch'", 2},
         {"apply -o out.png -e invert -p duration=ten", "takes an integer", 2},
         {"apply -o out.png -e blur -p blur_count=2000000000", "an integer in 0..10, not", 2},
-        {"apply -o out.png -e blur -p blur_count=-5", "an integer in 0..10, not", 2},
         {"apply -o out.png -e rotate90 -p rotate90_angle=400", "an integer in 0..360", 2},
         {"apply -o out.png -e brightness-contrast -p contrast=1e999", "a number in -100..100", 2},
         {"apply -o out.png -e mosaic -p mosaic_x2=99999", "0..1280 for this 1280x720 input", 2},
@@ -205,7 +204,6 @@ TEST_F(LfxTest, ErrorsSayOneLineExitNonZeroAndLeaveNoFiles) {
         {"apply -o out.png --frames 2", "holds one frame", 2},
         {"apply -o out.mp4 --codec nosuch", "no video encoder named 'nosuch'", 2},
         {"apply -i cut.mkv -o out.mkv", "cut.mkv", 1},
-        {"gallery -o out.xyz", "cannot write 'out.xyz'", 2},
         {"apply --output", "lfx: ", 2},
     };
     for (const auto& c : cases) {
@@ -293,9 +291,10 @@ TEST_F(LfxTest, OutputsFollowTheSourceAndTheSettings) {
                           output = arguments.substr(0, arguments.find(' '));
         SCOPED_TRACE(std::string(c.source) + " to " + arguments);
         const std::string input = *c.source ? "in.mkv" : "odd.mkv";
-        if (*c.source)
+        if (*c.source) {
             ASSERT_TRUE(Ffmpeg("-f lavfi -i testsrc=duration=0.12:size=64x36 -c:v ffv1 -pix_fmt " +
                                std::string(c.source) + " in.mkv"));
+        }
         const Outcome run = Lfx("apply -y -i " + input + " -o " + arguments);
         ASSERT_EQ(run.code, 0) << run.err;
         EXPECT_NE(run.out.find(c.says), std::string::npos) << run.out;
