@@ -14,7 +14,6 @@ for dir in "$prefix"/lib*/pkgconfig "$prefix"/lib/*/pkgconfig; do
     [ -d "$dir" ] && PKG_CONFIG_PATH=$dir
 done
 
-echo "pkg-config: $(pkg-config --libs libfilter)"
 libdir=$(pkg-config --variable=libdir libfilter)
 # Nothing with a name another package could own goes straight into the library folder.
 for name in liblog libcore libconvert; do
@@ -29,7 +28,6 @@ c++ -std=c++17 $flags "$source/main.cpp" -o "$prefix/consumer-pc" \
     $(pkg-config --cflags --libs libfilter) -ldl -Wl,-rpath,"$libdir"
 "$prefix/consumer-pc"
 
-echo "CMake package: find_package(libfilter CONFIG)"
 generator=()
 command -v ninja >/dev/null && generator=(-G Ninja)
 cmake -S "$source" -B "$prefix/consumer-cmake" "${generator[@]}" -DCMAKE_PREFIX_PATH="$prefix" \
@@ -43,7 +41,6 @@ else
 fi
 
 if [ -x "$prefix/bin/lfx" ]; then
-    echo "installed lfx"
     "$prefix/bin/lfx" list >/dev/null
 fi
 echo "installed tree works"
