@@ -161,15 +161,18 @@ EffectChain::EffectChain(const std::vector<ChainStep>& steps) {
 
 namespace {
 
-// A frame over `frame`'s planes, as the library sees them.
-MediaCore::CVideoFrame View(AVFrame& frame, int index) {
-    const Layout layout = frame.format == AV_PIX_FMT_BGRA ? Layout::Bgra : Layout::Yuv420p;
-    MediaCore::CVideoFrame view(false, LibraryFormat(layout), static_cast<unsigned>(frame.width),
-                                static_cast<unsigned>(frame.height), true);
-    view.SetBuffer(frame.data, frame.linesize, nullptr);
-    view.SetTimeStamp(index);
-    return view;
-}
+// The library's frame over an AVFrame's planes (BGRA or YUV420P). Held in place: a copy of
+// a CVideoFrame is a deep one.
+struct FrameView {
+    FrameView(AVFrame& frame, int index)
+        : view(false,
+               LibraryFormat(frame.format == AV_PIX_FMT_BGRA ? Layout::Bgra : Layout::Yuv420p),
+               static_cast<unsigned>(frame.width), static_cast<unsigned>(frame.height), true) {
+        view.SetBuffer(frame.data, frame.linesize, nullptr);
+        view.SetTimeStamp(index);
+    }
+    MediaCore::CVideoFrame view;
+};
 
 // A frame of `in`'s format and size with memory of its own laid out with `in`'s pitches, its
 // pixels left for an effect to write; null when `in`'s pitches cannot be kept.
@@ -214,19 +217,19 @@ void EffectChain::Apply(FramePtr& frame, int index) {
         if (out == nullptr) {
             if (av_frame_make_writable(frame.get()) < 0) throw std::bad_alloc();
         } else {
-            MediaCore::CVideoFrame source = View(*frame, index), target = View(*out, index);
+            FrameView source(*frame, index), target(*out, index);
             step(effects_[0], [&] {
-                libfilter_ProcFrameInto(effects_[0].processor.get(), &position, index, &source,
-                                        &target);
+                libfilter_ProcFrameInto(effects_[0].processor.get(), &position, index, &source.view,
+                                        &target.view);
             });
             frame = std::move(out);
             first = 1;
         }
     }
-    MediaCore::CVideoFrame view = View(*frame, index);
+    FrameView view(*frame, index);
     for (size_t i = first; i < effects_.size(); ++i)
         step(effects_[i],
-             [&] { effects_[i].processor->ProcFrameInPlace(&position, index, &view); });
+             [&] { effects_[i].processor->ProcFrameInPlace(&position, index, &view.view); });
 }
 
 }  // namespace lfx
