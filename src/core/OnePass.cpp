@@ -78,6 +78,19 @@ void OnePassCopy::StageRow(const PlanePair& plane, unsigned y) {
     done = 1;
 }
 
+const uint8_t* OnePassCopy::Take(uint8_t* row, size_t bytes) {
+    unsigned y = 0;
+    const PlanePair* plane = Find(row, y);
+    if (plane == nullptr || plane->source == nullptr || done_[plane->firstRow + y] != 0) {
+        if (plane != nullptr) StageRow(*plane, y);
+        return row;
+    }
+    const uint8_t* from = plane->source + plane->pitch * y;
+    if (bytes < plane->pitch) libcore_memcpy(row + bytes, from + bytes, plane->pitch - bytes);
+    done_[plane->firstRow + y] = 1;
+    return from;
+}
+
 void OnePassCopy::Overwritten(const uint8_t* first, unsigned rows) {
     unsigned y = 0;
     const PlanePair* plane = Find(first, y);

@@ -37,6 +37,11 @@ public:
     // Makes the target row starting at `row` hold the source's bytes, its whole pitch, unless an
     // earlier walk did. Pointers outside the target's planes are left alone.
     void Stage(const uint8_t* row);
+    // For a walk that writes the first `bytes` of the target row starting at `row` from the
+    // source's row itself: brings over the rest of the row (its padding) and answers where the
+    // source's row is. Once the row holds its bytes, or outside the target's planes, answers
+    // `row`.
+    const uint8_t* Take(uint8_t* row, size_t bytes);
     // Notes that `rows` rows from `first` are overwritten whole: they need no source bytes.
     void Overwritten(const uint8_t* first, unsigned rows);
     // Copies every row still missing. The result is then the source's copy as changed.

@@ -112,6 +112,20 @@ void ForEachSpan(const Plane& p, Fn&& fn) {
         fn(p.Row(y), size_t{p.rowBytes});
 }
 
+// ForEachSpan for walks that read a span and write it changed: calls fn(span, from, bytes),
+// where `from` is where the span's bytes are read. That is the span itself, except in a
+// one-pass copy, where it is the source's row, so the row is read once and written once.
+template <class Fn>
+void ForEachSpanFrom(const Plane& p, Fn&& fn) {
+    OnePassCopy* copy = OnePassCopy::Active();
+    if (copy == nullptr || p.Empty()) {
+        ForEachSpan(p, [&](uint8_t* span, size_t bytes) { fn(span, span, bytes); });
+        return;
+    }
+    for (unsigned y = 0; y < p.rows; ++y)
+        fn(p.Row(y), copy->Take(p.Row(y), p.rowBytes), size_t{p.rowBytes});
+}
+
 }  // namespace MediaCore
 
 #pragma GCC visibility pop

@@ -198,7 +198,8 @@ void ExchangeChroma(GVideoFrame* frame) {
 
 // ---- Invert ----
 
-using XorSpanFn = void (*)(uint8_t* p, size_t bytes, uint32_t mask);
+// Writes `bytes` bytes at `to` from those at `from` (the same span when in place).
+using XorSpanFn = void (*)(uint8_t* to, const uint8_t* from, size_t bytes, uint32_t mask);
 
 // Packed BGRA inverts blue, green and red and keeps alpha; planar bytes invert whole.
 constexpr uint32_t kBgrMask = 0x00FFFFFFu;
@@ -206,9 +207,9 @@ constexpr uint32_t kAllMask = 0xFFFFFFFFu;
 
 // Scalar rule: byte i becomes itself XOR byte (i % 4) of the little-endian mask, so inverting
 // is 255 - v where the mask byte is 0xFF and nothing where it is 0.
-void XorSpanScalar(uint8_t* p, size_t bytes, uint32_t mask) {
+void XorSpanScalar(uint8_t* to, const uint8_t* from, size_t bytes, uint32_t mask) {
     for (size_t i = 0; i < bytes; ++i)
-        p[i] ^= static_cast<uint8_t>(mask >> (8 * (i & 3)));
+        to[i] = from[i] ^ static_cast<uint8_t>(mask >> (8 * (i & 3)));
 }
 
 #if LF_X86_64
@@ -217,18 +218,18 @@ void XorSpanScalar(uint8_t* p, size_t bytes, uint32_t mask) {
 // i % 4 and the scalar rule finishes the tail.
 struct XorVectors {
     template <class I>
-    static void Run(uint8_t* p, size_t bytes, uint32_t mask) {
+    static void Run(uint8_t* to, const uint8_t* from, size_t bytes, uint32_t mask) {
         typename I::V m;
         I::Splat32(m, mask);
         Simd::ForEachVector<I, Simd::Walk::Stream>(
-            p, bytes,
+            to, bytes,
             [&](uint8_t* q) {
                 typename I::V v;
-                I::Load(v, q);
+                I::Load(v, from + (q - to));
                 I::Xor(v, v, m);
                 I::Store(q, v);
             },
-            [&](uint8_t* q, size_t n) { XorSpanScalar(q, n, mask); });
+            [&](uint8_t* q, size_t n) { XorSpanScalar(q, from + (q - to), n, mask); });
     }
 };
 #endif
@@ -320,12 +321,16 @@ bool CInvertEffect::ProcFrameInner(ImagePostion*, int, GVideoFrame* frame) {
     return Recolour(
         frame,
         [&](const Plane& plane) {
-            ForEachSpan(plane, [&](uint8_t* span, size_t bytes) { invert(span, bytes, kBgrMask); });
+            ForEachSpanFrom(plane, [&](uint8_t* span, const uint8_t* from, size_t bytes) {
+                invert(span, from, bytes, kBgrMask);
+            });
         },
         [&] {
             for (unsigned i = 0; i < 3; ++i) {
-                ForEachSpan(GetPlane(frame, i),
-                            [&](uint8_t* span, size_t bytes) { invert(span, bytes, kAllMask); });
+                ForEachSpanFrom(GetPlane(frame, i),
+                                [&](uint8_t* span, const uint8_t* from, size_t bytes) {
+                                    invert(span, from, bytes, kAllMask);
+                                });
             }
         });
 }
