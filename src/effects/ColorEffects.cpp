@@ -60,15 +60,18 @@ struct Tone {
 constexpr Tone kGrayTone{0, 0, 0, 0};
 constexpr Tone kAgedTone{35, 35, 15, 0};
 
-using ToneSpanFn = void (*)(uint8_t* p, size_t bytes, const Tone& tone);
+// Writes `bytes` bytes at `to` from those at `from` (the same span when in place).
+using ToneSpanFn = void (*)(uint8_t* to, const uint8_t* from, size_t bytes, const Tone& tone);
 
 // Spans hold whole pixels.
-void ToneScalar(uint8_t* p, size_t bytes, const Tone& tone) {
+void ToneScalar(uint8_t* to, const uint8_t* from, size_t bytes, const Tone& tone) {
     for (size_t i = 0; i + 4 <= bytes; i += 4) {
-        const unsigned g = std::max<unsigned>((p[i] + p[i + 1] + p[i + 2]) / 3, tone.floor);
-        p[i] = static_cast<uint8_t>(g - tone.lessBlue);
-        p[i + 1] = static_cast<uint8_t>(g - tone.lessGreen);
-        p[i + 2] = static_cast<uint8_t>(g - tone.lessRed);
+        const unsigned g =
+            std::max<unsigned>((from[i] + from[i + 1] + from[i + 2]) / 3, tone.floor);
+        to[i + 3] = from[i + 3];
+        to[i] = static_cast<uint8_t>(g - tone.lessBlue);
+        to[i + 1] = static_cast<uint8_t>(g - tone.lessGreen);
+        to[i + 2] = static_cast<uint8_t>(g - tone.lessRed);
     }
 }
 
@@ -77,7 +80,7 @@ void ToneScalar(uint8_t* p, size_t bytes, const Tone& tone) {
 // division is the high half of sum * 21846, exact for every sum up to 765.
 struct ToneVectors {
     template <class I>
-    static void Run(uint8_t* p, size_t bytes, const Tone& tone) {
+    static void Run(uint8_t* to, const uint8_t* from, size_t bytes, const Tone& tone) {
         using V = typename I::V;
         V blueRed, ones, low, alpha, third, floor, spread, lessened;
         I::Splat32(blueRed, 0x00FF00FF);
@@ -89,10 +92,10 @@ struct ToneVectors {
         I::Splat32(spread, 0x0101);
         I::Splat32(lessened, tone.Lessened());
         Simd::ForEachVector<I>(
-            p, bytes,
+            to, bytes,
             [&](uint8_t* q) {
                 V px, sum, green, g, g01;
-                I::Load(px, q);
+                I::Load(px, from + (q - to));
                 I::And(sum, px, blueRed);
                 I::MulAddPairs16(sum, sum, ones);
                 I::template ShiftRight32<8>(green, px);
@@ -108,7 +111,7 @@ struct ToneVectors {
                 I::Or(px, px, g);
                 I::Store(q, px);
             },
-            [&](uint8_t* q, size_t n) { ToneScalar(q, n, tone); });
+            [&](uint8_t* q, size_t n) { ToneScalar(q, from + (q - to), n, tone); });
     }
 };
 
@@ -128,7 +131,9 @@ bool ToneFrame(GVideoFrame* frame, const Tone& tone, uint8_t u, uint8_t v) {
     return Recolour(
         frame,
         [&](const Plane& plane) {
-            ForEachSpan(plane, [&](uint8_t* span, size_t bytes) { toneSpan(span, bytes, tone); });
+            ForEachSpanFrom(plane, [&](uint8_t* span, const uint8_t* from, size_t bytes) {
+                toneSpan(span, from, bytes, tone);
+            });
         },
         [&] { FillChroma(frame, u, v); });
 }
