@@ -140,12 +140,18 @@ bool ToneFrame(GVideoFrame* frame, const Tone& tone, uint8_t u, uint8_t v) {
 
 // ---- Flip colour: red and blue exchanged (packed), the chroma planes exchanged (planar) ----
 
-using SwapRedBlueFn = void (*)(uint8_t* p, size_t bytes);
+// Writes `bytes` bytes at `to` from those at `from` (the same span when in place).
+using SwapRedBlueFn = void (*)(uint8_t* to, const uint8_t* from, size_t bytes);
 
 // Spans hold whole pixels.
-void SwapRedBlueScalar(uint8_t* p, size_t bytes) {
-    for (size_t i = 0; i + 4 <= bytes; i += 4)
-        std::swap(p[i], p[i + 2]);
+void SwapRedBlueScalar(uint8_t* to, const uint8_t* from, size_t bytes) {
+    for (size_t i = 0; i + 4 <= bytes; i += 4) {
+        const uint8_t blue = from[i], green = from[i + 1], red = from[i + 2], alpha = from[i + 3];
+        to[i] = red;
+        to[i + 1] = green;
+        to[i + 2] = blue;
+        to[i + 3] = alpha;
+    }
 }
 
 #if LF_X86_64
@@ -153,16 +159,16 @@ void SwapRedBlueScalar(uint8_t* p, size_t bytes) {
 // measured no faster than AVX2 here, so it has no form.
 struct SwapRedBlueVectors {
     template <class I>
-    static void Run(uint8_t* p, size_t bytes) {
+    static void Run(uint8_t* to, const uint8_t* from, size_t bytes) {
         using V = typename I::V;
         V blueRed, greenAlpha;
         I::Splat32(blueRed, 0x00FF00FF);
         I::Splat32(greenAlpha, 0xFF00FF00);
         Simd::ForEachVector<I>(
-            p, bytes,
+            to, bytes,
             [&](uint8_t* q) {
                 V px, up, down;
-                I::Load(px, q);
+                I::Load(px, from + (q - to));
                 I::template ShiftLeft32<16>(up, px);
                 I::template ShiftRight32<16>(down, px);
                 I::Or(up, up, down);
@@ -171,7 +177,7 @@ struct SwapRedBlueVectors {
                 I::Or(px, px, up);
                 I::Store(q, px);
             },
-            SwapRedBlueScalar);
+            [&](uint8_t* q, size_t n) { SwapRedBlueScalar(q, from + (q - to), n); });
     }
 };
 
@@ -315,7 +321,7 @@ CFlipColorEffect::CFlipColorEffect() : CImageEffectBase(AVPROCESSOR_FLIP_COLOR) 
 bool CFlipColorEffect::ProcFrameInner(ImagePostion*, int, GVideoFrame* frame) {
     const SwapRedBlueFn swapRedBlue = Simd::Pick(kSwapRedBlue);
     return Recolour(
-        frame, [&](const Plane& plane) { ForEachSpan(plane, swapRedBlue); },
+        frame, [&](const Plane& plane) { ForEachSpanFrom(plane, swapRedBlue); },
         [&] { ExchangeChroma(frame); });
 }
 
