@@ -2,7 +2,6 @@
 #include "libfilter/ColorEffects.h"
 
 #include <algorithm>
-#include <utility>
 
 #include "core/Described.h"
 #include "core/Exchange.h"
