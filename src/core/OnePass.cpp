@@ -50,9 +50,9 @@ OnePassCopy* OnePassCopy::Active() {
     return t_active;
 }
 
-OnePassCopy::PlanePair* OnePassCopy::Find(const uint8_t* row, unsigned& index) {
+const OnePassCopy::PlanePair* OnePassCopy::Find(const uint8_t* row, unsigned& index) const {
     for (unsigned i = 0; i < planeCount_; ++i) {
-        PlanePair& plane = planes_[i];
+        const PlanePair& plane = planes_[i];
         if (plane.target == nullptr || plane.pitch == 0) continue;
         if (row < plane.target || row >= plane.target + plane.pitch * plane.rows) continue;
         index = static_cast<unsigned>((row - plane.target) / plane.pitch);
@@ -63,7 +63,14 @@ OnePassCopy::PlanePair* OnePassCopy::Find(const uint8_t* row, unsigned& index) {
 
 void OnePassCopy::Stage(const uint8_t* row) {
     unsigned y = 0;
-    if (PlanePair* plane = Find(row, y)) StageRow(*plane, y);
+    if (const PlanePair* plane = Find(row, y)) StageRow(*plane, y);
+}
+
+const uint8_t* OnePassCopy::SourceOf(const uint8_t* row) const {
+    unsigned y = 0;
+    const PlanePair* plane = Find(row, y);
+    return plane == nullptr || plane->source == nullptr ? nullptr
+                                                        : plane->source + plane->pitch * y;
 }
 
 void OnePassCopy::StageRow(const PlanePair& plane, unsigned y) {

@@ -42,6 +42,9 @@ public:
     // source's row is. Once the row holds its bytes, or outside the target's planes, answers
     // `row`.
     const uint8_t* Take(uint8_t* row, size_t bytes);
+    // The source's row for the target row starting at `row`, whether or not it was brought
+    // over; null outside the target's planes or for a plane never given memory.
+    const uint8_t* SourceOf(const uint8_t* row) const;
     // Notes that `rows` rows from `first` are overwritten whole: they need no source bytes.
     void Overwritten(const uint8_t* first, unsigned rows);
     // Copies every row still missing. The result is then the source's copy as changed.
@@ -55,7 +58,7 @@ private:
         unsigned rows;
         size_t firstRow;  // its rows' marks in done_
     };
-    PlanePair* Find(const uint8_t* row, unsigned& index);
+    const PlanePair* Find(const uint8_t* row, unsigned& index) const;
     void StageRow(const PlanePair& plane, unsigned y);
 
     PlanePair planes_[kMaxPlanes];

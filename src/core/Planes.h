@@ -112,6 +112,21 @@ void ForEachSpan(const Plane& p, Fn&& fn) {
         fn(p.Row(y), size_t{p.rowBytes});
 }
 
+// Where a walk that rewrites the first `bytes` bytes of `row` reads them from: in a one-pass
+// copy the source's row (whose padding is then brought over), else the row itself. A walk that
+// is answered its own row changes it in place.
+inline const uint8_t* RowSource(uint8_t* row, size_t bytes) {
+    OnePassCopy* copy = OnePassCopy::Active();
+    return copy != nullptr ? copy->Take(row, bytes) : row;
+}
+
+// In a one-pass copy, the source's row for `row`, which a walk may read whatever it has written
+// into the target; null outside a pass or for a plane without a source.
+inline const uint8_t* SourceRow(const uint8_t* row) {
+    const OnePassCopy* copy = OnePassCopy::Active();
+    return copy != nullptr ? copy->SourceOf(row) : nullptr;
+}
+
 // ForEachSpan for walks that read a span and write it changed: calls fn(span, from, bytes),
 // where `from` is where the span's bytes are read. That is the span itself, except in a
 // one-pass copy, where it is the source's row, so the row is read once and written once.

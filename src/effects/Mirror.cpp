@@ -64,6 +64,39 @@ struct SwapReversedVectors {
 };
 #endif
 
+// Writes `count` units at `to` from those before `fromEnd` in reverse order: unit i of `to` is
+// the i-th counted back from `fromEnd`. The two ranges never overlap. This is the exchange's
+// form out of place, where the turned row is written once from the host's frame.
+using ReverseCopyFn = void (*)(uint8_t* to, const uint8_t* fromEnd, size_t count);
+
+template <unsigned Unit>
+void ReverseCopyScalar(uint8_t* to, const uint8_t* fromEnd, size_t count) {
+    for (size_t i = 0; i < count; ++i)
+        std::memcpy(to + Unit * i, fromEnd - Unit * (i + 1), Unit);
+}
+
+#if LF_X86_64
+template <unsigned Unit>
+struct ReverseCopyVectors {
+    template <class I>
+    static void Run(uint8_t* to, const uint8_t* fromEnd, size_t count) {
+        const size_t bytes = count * Unit;
+        size_t i = 0;
+        for (; i + I::kBytes <= bytes; i += I::kBytes) {
+            typename I::V x;
+            I::Load(x, fromEnd - i - I::kBytes);
+            if constexpr (Unit == 1) {
+                I::ReverseBytes(x, x);
+            } else {
+                I::ReverseLanes32(x, x);
+            }
+            I::Store(to + i, x);
+        }
+        ReverseCopyScalar<Unit>(to + i, fromEnd - i, (bytes - i) / Unit);
+    }
+};
+#endif
+
 constexpr Simd::Variant<SwapReversedFn> kSwapReversed8[] = {
     {Simd::kScalar, SwapReversed8Scalar},
 #if LF_X86_64
@@ -80,55 +113,141 @@ constexpr Simd::Variant<SwapReversedFn> kSwapReversed32[] = {
 #endif
 };
 
-// Asks for a row's cache lines two rows ahead of the walk. A reversed half runs against the
-// hardware's own guess of the next line, which left mirrored planes well behind a copy on
-// frames that are not in cache. (BGRA rows turned both ways lose a little by it: not asked
-// there.)
-inline void PrefetchRow(const Plane& p, unsigned y) {
-    if (y >= p.rows) return;
-    const uint8_t* row = p.Row(y);
-    for (size_t i = 0; i < p.rowBytes; i += 64)
-        __builtin_prefetch(row + i, 1);
+constexpr Simd::Variant<ReverseCopyFn> kReverseCopy8[] = {
+    {Simd::kScalar, ReverseCopyScalar<1>},
+#if LF_X86_64
+    {Simd::kSse2, Simd::RunSse2<ReverseCopyVectors<1>>},
+    {Simd::kAvx2, Simd::RunAvx2<ReverseCopyVectors<1>>},
+#endif
+};
+
+constexpr Simd::Variant<ReverseCopyFn> kReverseCopy32[] = {
+    {Simd::kScalar, ReverseCopyScalar<4>},
+#if LF_X86_64
+    {Simd::kSse2, Simd::RunSse2<ReverseCopyVectors<4>>},
+    {Simd::kAvx2, Simd::RunAvx2<ReverseCopyVectors<4>>},
+#endif
+};
+
+// Asks for the cache lines of a row two rows ahead of the walk (for writing in place, for
+// reading from the source out of place). Rows walked in reverse, or from the bottom up, run
+// against the hardware's own guess of the next line, which left mirrored planes well behind a
+// copy on frames that are not in cache. (BGRA rows turned both ways in place, and rows copied
+// whole from the source's mirrored height, measured no faster with it: not asked there.)
+template <int kForWrite>
+inline void PrefetchRow(const uint8_t* row, size_t bytes) {
+    for (size_t i = 0; i < bytes; i += 64)
+        __builtin_prefetch(row + i, kForWrite);
 }
 
 // Turns one plane seen as rows of n units of `unit` bytes. Units past the last whole one and
-// the pitch padding stay where they are.
-void MirrorPlane(const Plane& p, size_t unit, bool horizontal, bool vertical) {
-    if (p.Empty()) return;
-    const SwapReversedFn swapReversed = Simd::Pick(unit == 1 ? kSwapReversed8 : kSwapReversed32);
-    const size_t n = p.rowBytes / unit;
-    const size_t hn = n / 2, on = n % 2;
-    const unsigned hh = p.rows / 2, oh = p.rows % 2;
-    if (horizontal && n < 2) return;
-    if (vertical && (p.rows < 2 || n < 1)) return;
-    if (horizontal && vertical) {
-        // Each unit of a row pair goes to its point reflection; the middle column (odd n)
-        // and the middle row (odd height) are not visited at all.
+// the pitch padding stay where they are. In place, rows (and row pairs) are exchanged; out of
+// place each row is written once from the source's.
+class PlaneMirror {
+public:
+    PlaneMirror(const Plane& p, size_t unit)
+        : p_(p),
+          unit_(unit),
+          n_(p.rowBytes / unit),
+          bytes_(n_ * unit),
+          swapReversed_(Simd::Pick(unit == 1 ? kSwapReversed8 : kSwapReversed32)),
+          reverseCopy_(Simd::Pick(unit == 1 ? kReverseCopy8 : kReverseCopy32)) {}
+
+    void Horizontal() const {
+        if (n_ < 2) return;
+        for (unsigned y = 0; y < p_.rows; ++y) {
+            uint8_t* row = p_.Row(y);
+            const uint8_t* from = RowSource(row, bytes_);
+            const bool ahead = y + 2 < p_.rows;
+            if (from != row) {
+                // The source's rows lie at the same pitch as ours.
+                if (ahead) PrefetchRow<0>(from + 2 * size_t{p_.pitch}, bytes_);
+                reverseCopy_(row, from + bytes_, n_);
+                continue;
+            }
+            if (ahead) PrefetchRow<1>(p_.Row(y + 2), bytes_);
+            swapReversed_(row, row + bytes_, n_ / 2);
+        }
+    }
+
+    // Row pairs meet at the middle; an odd middle row is not visited.
+    void Vertical() const {
+        if (FromSource(false)) return;
+        const ExchangeFn swapRows = PickExchange();
+        const unsigned hh = p_.rows / 2, oh = p_.rows % 2;
         for (unsigned i = 0; i < hh; ++i) {
-            uint8_t* top = p.Row(hh - 1 - i);
-            uint8_t* bottom = p.Row(hh + oh + i);
-            if (unit == 1 && i + 2 < hh) {
-                PrefetchRow(p, hh - 3 - i);
-                PrefetchRow(p, hh + oh + i + 2);
+            uint8_t* top = p_.Row(hh - 1 - i);
+            uint8_t* bottom = p_.Row(hh + oh + i);
+            StageRow(top);
+            StageRow(bottom);
+            swapRows(top, bottom, bytes_);
+        }
+    }
+
+    // Each unit of a row pair goes to its point reflection; the middle column (odd n) and the
+    // middle row (odd height) are not visited at all.
+    void Both() const {
+        if (FromSource(true)) return;
+        const size_t hn = n_ / 2, on = n_ % 2;
+        const unsigned hh = p_.rows / 2, oh = p_.rows % 2;
+        for (unsigned i = 0; i < hh; ++i) {
+            uint8_t* top = p_.Row(hh - 1 - i);
+            uint8_t* bottom = p_.Row(hh + oh + i);
+            if (unit_ == 1 && i + 2 < hh) {
+                PrefetchRow<1>(p_.Row(hh - 3 - i), bytes_);
+                PrefetchRow<1>(p_.Row(hh + oh + i + 2), bytes_);
             }
             StageRow(top);
             StageRow(bottom);
-            swapReversed(top, bottom + n * unit, hn);
-            swapReversed(top + (hn + on) * unit, bottom + hn * unit, hn);
+            swapReversed_(top, bottom + bytes_, hn);
+            swapReversed_(top + (hn + on) * unit_, bottom + hn * unit_, hn);
         }
+    }
+
+private:
+    // Out of place: the rows top to bottom, each written once from the source's row at the
+    // mirrored height (reversed too when `reverse`, its middle unit kept), so the walk reads one
+    // stream and writes one. The middle row of an odd height is left to the pass's finish.
+    // False when no pass hands this plane a source.
+    bool FromSource(bool reverse) const {
+        if (SourceRow(p_.Row(0)) == nullptr) return false;
+        const size_t middle = n_ / 2 * unit_;
+        const bool oddWidth = n_ % 2 != 0;
+        const unsigned last = p_.rows - 1;
+        for (unsigned y = 0; y <= last; ++y) {
+            if (p_.rows % 2 != 0 && y == p_.rows / 2) continue;
+            uint8_t* row = p_.Row(y);
+            const uint8_t* mirrored = SourceRow(p_.Row(last - y));
+            const uint8_t* own = RowSource(row, bytes_);
+            if (!reverse) {
+                std::memcpy(row, mirrored, bytes_);
+                continue;
+            }
+            uint8_t kept[4] = {};
+            if (oddWidth) std::memcpy(kept, own + middle, unit_);
+            reverseCopy_(row, mirrored + bytes_, n_);
+            if (oddWidth) std::memcpy(row + middle, kept, unit_);
+        }
+        return true;
+    }
+
+    const Plane p_;
+    const size_t unit_;
+    const size_t n_;
+    const size_t bytes_;
+    const SwapReversedFn swapReversed_;
+    const ReverseCopyFn reverseCopy_;
+};
+
+void MirrorPlane(const Plane& p, size_t unit, bool horizontal, bool vertical) {
+    if (p.Empty()) return;
+    const PlaneMirror mirror(p, unit);
+    if (horizontal && vertical) {
+        if (p.rows >= 2 && p.rowBytes / unit >= 2) mirror.Both();
     } else if (horizontal) {
-        for (unsigned y = 0; y < p.rows; ++y) {
-            PrefetchRow(p, y + 2);
-            StageRow(p.Row(y));
-            swapReversed(p.Row(y), p.Row(y) + n * unit, hn);
-        }
-    } else if (vertical) {
-        const ExchangeFn swapRows = PickExchange();
-        for (unsigned i = 0; i < hh; ++i) {
-            StageRow(p.Row(hh - 1 - i));
-            StageRow(p.Row(hh + oh + i));
-            swapRows(p.Row(hh - 1 - i), p.Row(hh + oh + i), n * unit);
-        }
+        mirror.Horizontal();
+    } else if (p.rows >= 2 && p.rowBytes / unit >= 1) {
+        mirror.Vertical();
     }
 }
 
