@@ -9,7 +9,8 @@ namespace MediaCore {
 
 namespace {
 
-using ScaleSpanFn = void (*)(uint8_t* p, size_t bytes, uint32_t scale);
+// Writes `bytes` bytes at `to` from those at `from` (the same span when in place).
+using ScaleSpanFn = void (*)(uint8_t* to, const uint8_t* from, size_t bytes, uint32_t scale);
 
 // The rule for one alpha sample: low 8 bits of (a * scale) >> 8 in 32-bit arithmetic, so a
 // factor above 256 wraps large alphas instead of clamping them.
@@ -17,15 +18,15 @@ inline uint8_t Scaled(uint8_t a, uint32_t scale) {
     return static_cast<uint8_t>((a * scale) >> 8);
 }
 
-void ScaleBytesScalar(uint8_t* p, size_t bytes, uint32_t scale) {
+void ScaleBytesScalar(uint8_t* to, const uint8_t* from, size_t bytes, uint32_t scale) {
     for (size_t i = 0; i < bytes; ++i)
-        p[i] = Scaled(p[i], scale);
+        to[i] = Scaled(from[i], scale);
 }
 
-// BGRA pixels: byte 3 of each.
-void ScalePixelsScalar(uint8_t* p, size_t bytes, uint32_t scale) {
-    for (size_t i = 3; i < bytes; i += 4)
-        p[i] = Scaled(p[i], scale);
+// BGRA pixels: byte 3 of each; the rest is carried over.
+void ScalePixelsScalar(uint8_t* to, const uint8_t* from, size_t bytes, uint32_t scale) {
+    for (size_t i = 0; i < bytes; ++i)
+        to[i] = i % 4 == 3 ? Scaled(from[i], scale) : from[i];
 }
 
 #if LF_X86_64
@@ -34,17 +35,17 @@ void ScalePixelsScalar(uint8_t* p, size_t bytes, uint32_t scale) {
 // half is shifted down, for a byte already at the top it is kept in place.
 struct ScaleBytesVectors {
     template <class I>
-    static void Run(uint8_t* p, size_t bytes, uint32_t scale) {
+    static void Run(uint8_t* to, const uint8_t* from, size_t bytes, uint32_t scale) {
         using V = typename I::V;
         V s, low, high;
         I::Splat16(s, static_cast<int>(scale));
         I::Splat16(low, 0x00FF);
         I::Splat16(high, 0xFF00);
         Simd::ForEachVector<I, Simd::Walk::Stream>(
-            p, bytes,
+            to, bytes,
             [&](uint8_t* q) {
                 V v, bottom, top;
-                I::Load(v, q);
+                I::Load(v, from + (q - to));
                 I::And(bottom, v, low);
                 I::MulLo16(bottom, bottom, s);
                 I::template ShiftRight16<8>(bottom, bottom);
@@ -54,23 +55,23 @@ struct ScaleBytesVectors {
                 I::Or(v, bottom, top);
                 I::Store(q, v);
             },
-            [&](uint8_t* q, size_t n) { ScaleBytesScalar(q, n, scale); });
+            [&](uint8_t* q, size_t n) { ScaleBytesScalar(q, from + (q - to), n, scale); });
     }
 };
 
 // The alpha byte tops the high 16-bit lane of each pixel.
 struct ScalePixelsVectors {
     template <class I>
-    static void Run(uint8_t* p, size_t bytes, uint32_t scale) {
+    static void Run(uint8_t* to, const uint8_t* from, size_t bytes, uint32_t scale) {
         using V = typename I::V;
         V s, alpha;
         I::Splat16(s, static_cast<int>(scale));
         I::Splat32(alpha, 0xFF000000u);
         Simd::ForEachVector<I, Simd::Walk::Stream>(
-            p, bytes,
+            to, bytes,
             [&](uint8_t* q) {
                 V v, scaled;
-                I::Load(v, q);
+                I::Load(v, from + (q - to));
                 I::template ShiftRight16<8>(scaled, v);
                 I::MulLo16(scaled, scaled, s);
                 I::And(scaled, scaled, alpha);
@@ -78,7 +79,7 @@ struct ScalePixelsVectors {
                 I::Or(v, v, scaled);
                 I::Store(q, v);
             },
-            [&](uint8_t* q, size_t n) { ScalePixelsScalar(q, n, scale); });
+            [&](uint8_t* q, size_t n) { ScalePixelsScalar(q, from + (q - to), n, scale); });
     }
 };
 #endif
@@ -98,6 +99,12 @@ constexpr Simd::Variant<ScaleSpanFn> kScalePixels[] = {
     {Simd::kAvx2, Simd::RunAvx2<ScalePixelsVectors>},
 #endif
 };
+
+void ScaleAlpha(const Plane& plane, ScaleSpanFn scale, uint32_t factor) {
+    ForEachSpanFrom(plane, [&](uint8_t* span, const uint8_t* from, size_t bytes) {
+        scale(span, from, bytes, factor);
+    });
+}
 
 }  // namespace
 
@@ -140,12 +147,9 @@ bool CTransparencyAjustEffect::ProcFrameInner(ImagePostion*, int, GVideoFrame* f
     if (frame == nullptr || scale_ == 0) return true;
     const int format = frame->GetPixelFormat();
     if (format == PIXFMT_BGRA32) {
-        const ScaleSpanFn scale = Simd::Pick(kScalePixels);
-        ForEachSpan(GetPackedPlane(frame),
-                    [&](uint8_t* p, size_t bytes) { scale(p, bytes, scale_); });
+        ScaleAlpha(GetPackedPlane(frame), Simd::Pick(kScalePixels), scale_);
     } else if (format == PIXFMT_YUVA420P || format == PIXFMT_PLANAR4_FULL) {
-        const ScaleSpanFn scale = Simd::Pick(kScaleBytes);
-        ForEachSpan(GetPlane(frame, 3), [&](uint8_t* p, size_t bytes) { scale(p, bytes, scale_); });
+        ScaleAlpha(GetPlane(frame, 3), Simd::Pick(kScaleBytes), scale_);
     }
     return true;
 }
