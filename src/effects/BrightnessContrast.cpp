@@ -69,11 +69,12 @@ ByteScale TableScale(int16_t contrastScale, int16_t tableOffset) {
     return {{k, k, k, 256}, {b, b, b, 127}};
 }
 
-using ScaleSpanFn = void (*)(uint8_t* p, size_t bytes, const ByteScale& rule);
+// Kernels write `bytes` bytes at `to` from those at `from` (the same span when in place).
+using ScaleSpanFn = void (*)(uint8_t* to, const uint8_t* from, size_t bytes, const ByteScale& rule);
 
-void ScaleScalar(uint8_t* p, size_t bytes, const ByteScale& rule) {
+void ScaleScalar(uint8_t* to, const uint8_t* from, size_t bytes, const ByteScale& rule) {
     for (size_t i = 0; i < bytes; ++i)
-        p[i] = ClampByte(Scaled(p[i], 127, rule.scale[i % 4], rule.offset[i % 4]));
+        to[i] = ClampByte(Scaled(from[i], 127, rule.scale[i % 4], rule.offset[i % 4]));
 }
 
 // ---- Packed saturation: the table, then colours scaled about the pixel's mean ----
@@ -84,15 +85,17 @@ struct Saturation {
     int16_t scale;
 };
 
-using SaturateSpanFn = void (*)(uint8_t* p, size_t bytes, const Saturation& rule);
+using SaturateSpanFn = void (*)(uint8_t* to, const uint8_t* from, size_t bytes,
+                                const Saturation& rule);
 
-// Spans hold whole pixels.
-void SaturateScalar(uint8_t* p, size_t bytes, const Saturation& rule) {
+// Spans hold whole pixels; alpha is kept.
+void SaturateScalar(uint8_t* to, const uint8_t* from, size_t bytes, const Saturation& rule) {
     for (size_t i = 0; i + 4 <= bytes; i += 4) {
-        const int l[3] = {rule.table[p[i]], rule.table[p[i + 1]], rule.table[p[i + 2]]};
+        const int l[3] = {rule.table[from[i]], rule.table[from[i + 1]], rule.table[from[i + 2]]};
         const int mean = (l[0] + l[1] + l[2]) / 3;
         for (int c = 0; c < 3; ++c)
-            p[i + c] = ClampByte(Scaled(l[c], mean, rule.scale, mean));
+            to[i + c] = ClampByte(Scaled(l[c], mean, rule.scale, mean));
+        to[i + 3] = from[i + 3];
     }
 }
 
@@ -144,19 +147,19 @@ struct ScaleLaneRule {
 
 struct ScaleVectors {
     template <class I>
-    static void Run(uint8_t* p, size_t bytes, const ByteScale& rule) {
+    static void Run(uint8_t* to, const uint8_t* from, size_t bytes, const ByteScale& rule) {
         const ScaleLaneRule<I> lanes(rule);
         typename I::V zero;
         I::Zero(zero);
         Simd::ForEachVector<I>(
-            p, bytes,
+            to, bytes,
             [&](uint8_t* q) {
                 typename I::V x;
-                I::Load(x, q);
+                I::Load(x, from + (q - to));
                 lanes.Apply(x, zero);
                 I::Store(q, x);
             },
-            [&](uint8_t* q, size_t n) { ScaleScalar(q, n, rule); });
+            [&](uint8_t* q, size_t n) { ScaleScalar(q, from + (q - to), n, rule); });
     }
 };
 
@@ -219,7 +222,7 @@ struct PixelMeans {
 // saturation step scales its distance to a mean lane of 0 by 1.
 struct SaturateVectors {
     template <class I>
-    static void Run(uint8_t* p, size_t bytes, const Saturation& rule) {
+    static void Run(uint8_t* to, const uint8_t* from, size_t bytes, const Saturation& rule) {
         using V = typename I::V;
         const auto twice = static_cast<int16_t>(2 * rule.scale);
         const ScaleLaneRule<I> table(TableScale(rule.contrastScale, rule.tableOffset));
@@ -228,10 +231,10 @@ struct SaturateVectors {
         I::Zero(zero);
         Simd::SplatPixel16<I>(twiceScale, {twice, twice, twice, 512});
         Simd::ForEachVector<I>(
-            p, bytes,
+            to, bytes,
             [&](uint8_t* q) {
                 V l, lo, hi, meanLo, meanHi;
-                I::Load(l, q);
+                I::Load(l, from + (q - to));
                 table.Apply(l, zero);
                 I::UnpackLo8(lo, l, zero);
                 I::UnpackHi8(hi, l, zero);
@@ -241,7 +244,7 @@ struct SaturateVectors {
                 I::PackU8(l, lo, hi);
                 I::Store(q, l);
             },
-            [&](uint8_t* q, size_t n) { SaturateScalar(q, n, rule); });
+            [&](uint8_t* q, size_t n) { SaturateScalar(q, from + (q - to), n, rule); });
     }
 };
 #endif
@@ -266,7 +269,9 @@ constexpr Simd::Variant<SaturateSpanFn> kSaturateSpan[] = {
 
 void ScalePlane(const Plane& plane, const ByteScale& rule) {
     const ScaleSpanFn scale = Simd::Pick(kScaleSpan);
-    ForEachSpan(plane, [&](uint8_t* span, size_t bytes) { scale(span, bytes, rule); });
+    ForEachSpanFrom(plane, [&](uint8_t* span, const uint8_t* from, size_t bytes) {
+        scale(span, from, bytes, rule);
+    });
 }
 
 }  // namespace
@@ -341,8 +346,9 @@ bool CBrightnessContrastEffect::ProcFrameInner(ImagePostion*, int, GVideoFrame* 
             if (saturation_ != 0.0) {
                 const SaturateSpanFn saturate = Simd::Pick(kSaturateSpan);
                 const Saturation rule{Table(), k, b, static_cast<int16_t>(saturationScale_)};
-                ForEachSpan(plane,
-                            [&](uint8_t* span, size_t bytes) { saturate(span, bytes, rule); });
+                ForEachSpanFrom(plane, [&](uint8_t* span, const uint8_t* from, size_t bytes) {
+                    saturate(span, from, bytes, rule);
+                });
             } else if (active_) {
                 ScalePlane(plane, TableScale(k, b));  // T[c] for each colour byte c
             }
