@@ -11,13 +11,19 @@ namespace MediaCore {
 
 namespace {
 
-// Packed pixels are keyed when their 24-bit colour number lies in [lo, hi].
-using KeyPixelsFn = void (*)(uint8_t* p, size_t bytes, uint32_t lo, uint32_t hi);
+// Packed pixels are keyed when their 24-bit colour number lies in [lo, hi]. Writes `bytes`
+// bytes at `to` from those at `from` (the same span when in place).
+using KeyPixelsFn = void (*)(uint8_t* to, const uint8_t* from, size_t bytes, uint32_t lo,
+                             uint32_t hi);
 
-void KeyPixelsScalar(uint8_t* p, size_t bytes, uint32_t lo, uint32_t hi) {
+// Spans hold whole pixels.
+void KeyPixelsScalar(uint8_t* to, const uint8_t* from, size_t bytes, uint32_t lo, uint32_t hi) {
     for (size_t i = 0; i + 4 <= bytes; i += 4) {
-        const uint32_t colour = p[i] | p[i + 1] << 8 | uint32_t{p[i + 2]} << 16;
-        if (lo <= colour && colour <= hi) p[i + 3] = 0;
+        const uint32_t colour = from[i] | from[i + 1] << 8 | uint32_t{from[i + 2]} << 16;
+        to[i] = from[i];
+        to[i + 1] = from[i + 1];
+        to[i + 2] = from[i + 2];
+        to[i + 3] = lo <= colour && colour <= hi ? 0 : from[i + 3];
     }
 }
 
@@ -63,17 +69,17 @@ inline unsigned VectorEnd(const KeyRow& r) {
 // The 24-bit colour number fits a signed compare; lo <= hi <= 0xFFFFFF is checked by the caller.
 struct KeyPixelsVectors {
     template <class I>
-    static void Run(uint8_t* p, size_t bytes, uint32_t lo, uint32_t hi) {
+    static void Run(uint8_t* to, const uint8_t* from, size_t bytes, uint32_t lo, uint32_t hi) {
         using V = typename I::V;
         V low, high, colourMask;
         I::Splat32(low, lo);
         I::Splat32(high, hi);
         I::Splat32(colourMask, 0x00FFFFFF);
         Simd::ForEachVector<I, Simd::Walk::Stream>(
-            p, bytes,
+            to, bytes,
             [&](uint8_t* q) {
                 V px, colour, below, above;
-                I::Load(px, q);
+                I::Load(px, from + (q - to));
                 I::And(colour, px, colourMask);
                 I::CmpGt32(below, low, colour);
                 I::CmpGt32(above, colour, high);
@@ -82,7 +88,7 @@ struct KeyPixelsVectors {
                 I::And(px, px, below);
                 I::Store(q, px);
             },
-            [&](uint8_t* q, size_t n) { KeyPixelsScalar(q, n, lo, hi); });
+            [&](uint8_t* q, size_t n) { KeyPixelsScalar(q, from + (q - to), n, lo, hi); });
     }
 };
 
@@ -213,8 +219,9 @@ void CColorFilterEffect::FilterRGBA32Effect(unsigned char* pixels, unsigned int 
     const uint32_t lo = colour - spread;  // wraps past every colour when the spread is larger
     if (lo > hi) return;
     const KeyPixelsFn key = Simd::Pick(kKeyPixels);
-    ForEachSpan(Plane{pixels, width * 4, stride, rows},
-                [&](uint8_t* p, size_t bytes) { key(p, bytes, lo, hi); });
+    ForEachSpanFrom(
+        Plane{pixels, width * 4, stride, rows},
+        [&](uint8_t* p, const uint8_t* from, size_t bytes) { key(p, from, bytes, lo, hi); });
 }
 
 void CColorFilterEffect::FilterComponentEffect(unsigned char** planes, unsigned int* widths,
