@@ -20,8 +20,10 @@ constexpr const char* kFile = ErrorFile::kCommonEffects;
 constexpr size_t kSlack = 32;
 
 // Adds the pattern to a span of samples: bytes of one plane, or BGRA pixels whose colour bytes
-// take three pattern entries each (red, green, blue in that order).
-using GrainSpanFn = void (*)(uint8_t* p, size_t bytes, const uint8_t* noise, uint32_t gain);
+// take three pattern entries each (red, green, blue in that order). Writes `bytes` bytes at
+// `to` from those at `from` (the same span when in place).
+using GrainSpanFn = void (*)(uint8_t* to, const uint8_t* from, size_t bytes, const uint8_t* noise,
+                             uint32_t gain);
 
 // The rule for one sample, in 32-bit arithmetic. The pattern holds noise values capped at
 // 255, which gives the same sum once it is clamped.
@@ -29,16 +31,20 @@ inline uint8_t Grain(uint8_t v, uint32_t gain, unsigned noise) {
     return static_cast<uint8_t>(std::min<uint32_t>(255, ((v * gain) >> 8) + noise));
 }
 
-void GrainBytesScalar(uint8_t* p, size_t bytes, const uint8_t* noise, uint32_t gain) {
+void GrainBytesScalar(uint8_t* to, const uint8_t* from, size_t bytes, const uint8_t* noise,
+                      uint32_t gain) {
     for (size_t i = 0; i < bytes; ++i)
-        p[i] = Grain(p[i], gain, noise[i]);
+        to[i] = Grain(from[i], gain, noise[i]);
 }
 
-void GrainPixelsScalar(uint8_t* p, size_t bytes, const uint8_t* noise, uint32_t gain) {
+// Spans hold whole pixels; alpha is kept.
+void GrainPixelsScalar(uint8_t* to, const uint8_t* from, size_t bytes, const uint8_t* noise,
+                       uint32_t gain) {
     for (size_t i = 0; i + 4 <= bytes; i += 4, noise += 3) {
-        p[i + 2] = Grain(p[i + 2], gain, noise[0]);
-        p[i + 1] = Grain(p[i + 1], gain, noise[1]);
-        p[i] = Grain(p[i], gain, noise[2]);
+        to[i + 2] = Grain(from[i + 2], gain, noise[0]);
+        to[i + 1] = Grain(from[i + 1], gain, noise[1]);
+        to[i] = Grain(from[i], gain, noise[2]);
+        to[i + 3] = from[i + 3];
     }
 }
 
@@ -69,19 +75,20 @@ inline void GrainVector(typename I::V& r, const typename I::V& v, const typename
 
 struct GrainBytes {
     template <class I>
-    static void Run(uint8_t* p, size_t bytes, const uint8_t* noise, uint32_t gain) {
-        if (gain >= kVectorGainLimit) return GrainBytesScalar(p, bytes, noise, gain);
+    static void Run(uint8_t* to, const uint8_t* from, size_t bytes, const uint8_t* noise,
+                    uint32_t gain) {
+        if (gain >= kVectorGainLimit) return GrainBytesScalar(to, from, bytes, noise, gain);
         typename I::V g;
         I::Splat16(g, static_cast<int>(gain));
         size_t i = 0;
         for (; i + I::kBytes <= bytes; i += I::kBytes) {
             typename I::V v, n;
-            I::Load(v, p + i);
+            I::Load(v, from + i);
             I::Load(n, noise + i);
             GrainVector<I>(v, v, n, g);
-            I::Store(p + i, v);
+            I::Store(to + i, v);
         }
-        GrainBytesScalar(p + i, bytes - i, noise + i, gain);
+        GrainBytesScalar(to + i, from + i, bytes - i, noise + i, gain);
     }
 };
 
@@ -102,8 +109,9 @@ inline uint64_t PixelPair(const uint8_t* noise) {
 // 128-bit block (the loads may reach into the pattern's slack), or word by word without one.
 struct GrainPixels {
     template <class I>
-    static void Run(uint8_t* p, size_t bytes, const uint8_t* noise, uint32_t gain) {
-        if (gain >= kVectorGainLimit) return GrainPixelsScalar(p, bytes, noise, gain);
+    static void Run(uint8_t* to, const uint8_t* from, size_t bytes, const uint8_t* noise,
+                    uint32_t gain) {
+        if (gain >= kVectorGainLimit) return GrainPixelsScalar(to, from, bytes, noise, gain);
         using V = typename I::V;
         V g, alpha, spread;
         I::Splat16(g, static_cast<int>(gain));
@@ -125,12 +133,12 @@ struct GrainPixels {
                                           static_cast<long long>(PixelPair(noise)));
                 });
             }
-            I::Load(v, p + i);
+            I::Load(v, from + i);
             GrainVector<I>(r, v, n, g);
             I::Select(r, alpha, v, r);
-            I::Store(p + i, r);
+            I::Store(to + i, r);
         }
-        GrainPixelsScalar(p + i, bytes - i, noise, gain);
+        GrainPixelsScalar(to + i, from + i, bytes - i, noise, gain);
     }
 };
 #endif
@@ -157,8 +165,8 @@ constexpr Simd::Variant<GrainSpanFn> kGrainPixels[] = {
 // the pattern runs on from row to row.
 void AddPattern(const Plane& plane, const uint8_t* noise, uint32_t gain, GrainSpanFn grain,
                 size_t entriesPerPixel, size_t bytesPerPixel) {
-    ForEachSpan(plane, [&](uint8_t* span, size_t bytes) {
-        grain(span, bytes, noise, gain);
+    ForEachSpanFrom(plane, [&](uint8_t* span, const uint8_t* from, size_t bytes) {
+        grain(span, from, bytes, noise, gain);
         noise += bytes / bytesPerPixel * entriesPerPixel;
     });
 }
