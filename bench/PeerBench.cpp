@@ -15,6 +15,7 @@ extern "C" {
 #include <cstdio>
 #include <cstring>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -22,6 +23,7 @@ extern "C" {
 #include "Medians.h"
 #include "Peers.h"
 #include "libfilter/Siblings.h"
+#include "libfilter/libfilter.h"
 #include "support/EffectRoster.h"
 
 using namespace MediaCore;
@@ -239,16 +241,29 @@ std::string FrameName(const FrameKind& frame) {
            std::to_string(frame.height);
 }
 
-void BenchOurs(benchmark::State& state, unsigned id, PropertyList settings, FrameKind frame) {
-    peers::Stream stream(frame.format, frame.width, frame.height);
+// In place on each frame of a stream; or, `outOfPlace`, from each frame of one stream into the
+// next of a second (libfilter_ProcFrameInto, the way frei0r's update and lfx run it).
+void BenchOurs(benchmark::State& state, unsigned id, PropertyList settings, FrameKind frame,
+               bool outOfPlace) {
+    peers::Stream in(frame.format, frame.width, frame.height, 1);
+    std::unique_ptr<peers::Stream> out;
+    if (outOfPlace)
+        out = std::make_unique<peers::Stream>(frame.format, frame.width, frame.height, 2);
     GVideoProcessor* effect = testing_support::FindServedEffect(id)->Create();
     for (const auto& [name, value] : settings)
         effect->SetProperty(name.c_str(), value.c_str());
     ImagePostion position{};
+    const auto run = [&] {
+        if (out) {
+            libfilter_ProcFrameInto(effect, &position, 0, &in.Next().View(), &out->Next().View());
+        } else {
+            effect->ProcFrameInPlace(&position, 0, &in.Next().View());
+        }
+    };
     // One untimed frame, so what an effect makes once (converters, tables) is not timed.
-    effect->ProcFrameInPlace(&position, 0, &stream.Next().View());
+    run();
     for (auto _ : state) {
-        effect->ProcFrameInPlace(&position, 0, &stream.Next().View());
+        run();
         benchmark::ClobberMemory();
     }
     effect->Free();
@@ -320,9 +335,10 @@ std::string Unavailable(const Peer& peer, const FrameKind& frame) {
     return probe.Loaded() ? "" : "plugin not installed";
 }
 
-// Benchmark names: ours, the peer's, the peer's on its own threads (OpenCV only), memcpy's.
+// Benchmark names: ours (in place and out of place), the peer's, the peer's on its own threads
+// (OpenCV only), memcpy's.
 struct Row {
-    std::string effect, peer, frame, ours, theirs, threaded, copy;
+    std::string effect, peer, frame, ours, oursOut, theirs, threaded, copy;
 };
 
 std::string Fixed(double value) {
@@ -370,12 +386,35 @@ public:
                         row.peer.c_str(), row.frame.c_str(), ours->second, theirs->second,
                         ours->second / theirs->second, threadedText.c_str(), copyText.c_str());
         }
+        PrintPlaces();
         if (!skipped_.empty()) std::printf("\nLeft out:\n");
         for (const std::string& line : skipped_)
             std::printf("- %s\n", line.c_str());
     }
 
 private:
+    double Ms(const std::string& name) const {
+        const auto found = milliseconds_.find(name);
+        return found == milliseconds_.end() ? 0.0 : found->second;
+    }
+
+    // Our in-place time beside our out-of-place time, once per effect setting and frame.
+    void PrintPlaces() const {
+        std::printf(
+            "\n| effect (our settings) | frame | in place ms | out of place ms | in / out | "
+            "in place / memcpy | out of place / memcpy |\n");
+        std::printf("|---|---|---:|---:|---:|---:|---:|\n");
+        std::set<std::string> printed;
+        for (const Row& row : rows_) {
+            const double in = Ms(row.ours), out = Ms(row.oursOut), copy = Ms(row.copy);
+            if (in == 0.0 || out == 0.0 || copy == 0.0 || !printed.insert(row.ours).second) {
+                continue;
+            }
+            std::printf("| %s | %s | %.2f | %.2f | %.2f | %.2f | %.2f |\n", row.effect.c_str(),
+                        row.frame.c_str(), in, out, in / out, in / copy, out / copy);
+        }
+    }
+
     std::vector<Row> rows_;
     std::vector<std::string> skipped_;
     std::map<std::string, double> milliseconds_;
@@ -416,9 +455,11 @@ int main(int argc, char** argv) {
             }
             // Pairs that share a side share its benchmark.
             const std::string ours = "ours/" + described + "/" + FrameName(frame);
+            const std::string oursOut = "ours-out/" + described + "/" + FrameName(frame);
             const std::string theirs = "peer/" + peerText + "/" + FrameName(frame);
             std::string threaded;
-            add(ours, BenchOurs, pair.id, settings, frame);
+            add(ours, BenchOurs, pair.id, settings, frame, false);
+            add(oursOut, BenchOurs, pair.id, settings, frame, true);
             if (pair.peer.kind == Peer::kLavfi) {
                 add(theirs, BenchLavfi, Resolve(pair.peer.text, frame), frame);
             } else if (pair.peer.kind == Peer::kFrei0r) {
@@ -428,7 +469,8 @@ int main(int argc, char** argv) {
                 threaded = "peer/" + peerText + "/threads:own/" + FrameName(frame);
                 add(threaded, BenchOpenCv, pair.peer.text, 0, frame);
             }
-            rows.push_back({described, peerText, FrameName(frame), ours, theirs, threaded, copy});
+            rows.push_back(
+                {described, peerText, FrameName(frame), ours, oursOut, theirs, threaded, copy});
         }
     }
     benchmark::Initialize(&argc, argv);

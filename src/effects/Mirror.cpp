@@ -130,10 +130,9 @@ constexpr Simd::Variant<ReverseCopyFn> kReverseCopy32[] = {
 };
 
 // Asks for the cache lines of a row two rows ahead of the walk (for writing in place, for
-// reading from the source out of place). Rows walked in reverse, or from the bottom up, run
-// against the hardware's own guess of the next line, which left mirrored planes well behind a
-// copy on frames that are not in cache. (BGRA rows turned both ways in place, and rows copied
-// whole from the source's mirrored height, measured no faster with it: not asked there.)
+// reading from the source out of place): a row whose back half is walked in reverse runs
+// against the hardware's own guess of the next line. Walks that are one stream each way (row
+// pairs from the outside in) need no help.
 template <int kForWrite>
 inline void PrefetchRow(const uint8_t* row, size_t bytes) {
     for (size_t i = 0; i < bytes; i += 64)
@@ -170,14 +169,16 @@ public:
         }
     }
 
-    // Row pairs meet at the middle; an odd middle row is not visited.
+    // Row pairs from the outside in, so that the top rows are one rising stream of memory and
+    // the bottom rows one falling, which the hardware follows (pairs walked out from the middle
+    // ran well behind a copy on frames not in cache); an odd middle row is not visited.
     void Vertical() const {
         if (FromSource(false)) return;
         const ExchangeFn swapRows = PickExchange();
-        const unsigned hh = p_.rows / 2, oh = p_.rows % 2;
+        const unsigned hh = p_.rows / 2;
         for (unsigned i = 0; i < hh; ++i) {
-            uint8_t* top = p_.Row(hh - 1 - i);
-            uint8_t* bottom = p_.Row(hh + oh + i);
+            uint8_t* top = p_.Row(i);
+            uint8_t* bottom = p_.Row(p_.rows - 1 - i);
             StageRow(top);
             StageRow(bottom);
             swapRows(top, bottom, bytes_);
@@ -185,18 +186,16 @@ public:
     }
 
     // Each unit of a row pair goes to its point reflection; the middle column (odd n) and the
-    // middle row (odd height) are not visited at all.
+    // middle row (odd height) are not visited at all. Pairs go from the outside in, as above:
+    // the top rows are then read and written strictly upward in memory, the bottom rows strictly
+    // downward.
     void Both() const {
         if (FromSource(true)) return;
         const size_t hn = n_ / 2, on = n_ % 2;
-        const unsigned hh = p_.rows / 2, oh = p_.rows % 2;
+        const unsigned hh = p_.rows / 2;
         for (unsigned i = 0; i < hh; ++i) {
-            uint8_t* top = p_.Row(hh - 1 - i);
-            uint8_t* bottom = p_.Row(hh + oh + i);
-            if (unit_ == 1 && i + 2 < hh) {
-                PrefetchRow<1>(p_.Row(hh - 3 - i), bytes_);
-                PrefetchRow<1>(p_.Row(hh + oh + i + 2), bytes_);
-            }
+            uint8_t* top = p_.Row(i);
+            uint8_t* bottom = p_.Row(p_.rows - 1 - i);
             StageRow(top);
             StageRow(bottom);
             swapReversed_(top, bottom + bytes_, hn);
