@@ -2,7 +2,12 @@
 #include "core/Described.h"
 #include "libfilter/EmbossEffect.h"
 
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
 #include "core/Planes.h"
+#include "core/RowWindow.h"
 #include "core/SimdOps.h"
 #include "libfilter/Siblings.h"
 
@@ -161,27 +166,44 @@ constexpr Simd::Variant<ByteRowFn> kByteRow[] = {
 #endif
 };
 
-// Bottom-up, each row from the row above while that one is still unchanged, so no scratch is
-// needed; row 0 is never rewritten. Nothing happens for a single row or an empty width.
+// Each row from the row above while that one is still unembossed; row 0 is never rewritten.
+// Nothing happens for a single row or an empty width. The walk goes top down with the row
+// above kept in scratch, so the plane is one rising stream of memory that the hardware follows
+// (bottom up, each row against the walk, it ran well behind a copy on frames not in cache);
+// without scratch it goes bottom up, which needs none.
 template <class Level>
-void EmbossRowsUpward(uint8_t* data, size_t bytes, unsigned pitch, unsigned height, Level level,
-                      void (*row)(uint8_t*, const uint8_t*, size_t, Level)) {
+void EmbossRows(uint8_t* data, size_t bytes, unsigned pitch, unsigned height, Level level,
+                void (*row)(uint8_t*, const uint8_t*, size_t, Level)) {
     if (data == nullptr || bytes == 0 || height < 2) return;
-    for (unsigned y = height - 1; y > 0; --y)
-        row(data + size_t{y} * pitch, data + size_t{y - 1} * pitch, bytes, level);
+    const ScratchRow first(static_cast<uint8_t*>(std::malloc(bytes)));
+    const ScratchRow second(static_cast<uint8_t*>(std::malloc(bytes)));
+    if (!first || !second) {
+        for (unsigned y = height - 1; y > 0; --y)
+            row(data + size_t{y} * pitch, data + size_t{y - 1} * pitch, bytes, level);
+        return;
+    }
+    uint8_t* above = first.get();
+    uint8_t* saved = second.get();
+    std::memcpy(above, data, bytes);
+    for (unsigned y = 1; y < height; ++y) {
+        uint8_t* current = data + size_t{y} * pitch;
+        if (y + 1 < height) std::memcpy(saved, current, bytes);
+        row(current, above, bytes, level);
+        std::swap(above, saved);
+    }
 }
 
 void EmbossRgba32(unsigned int* pixels, int width, unsigned int pitch, unsigned int height,
                   int level) {
     if (width <= 0) return;
-    EmbossRowsUpward(reinterpret_cast<uint8_t*>(pixels), size_t(width) * 4, pitch, height, level,
-                     Simd::Pick(kPixelRow));
+    EmbossRows(reinterpret_cast<uint8_t*>(pixels), size_t(width) * 4, pitch, height, level,
+               Simd::Pick(kPixelRow));
 }
 
 void EmbossComponent(unsigned char* plane, int width, unsigned int pitch, unsigned int height,
                      unsigned int level) {
     if (width <= 0) return;
-    EmbossRowsUpward(plane, size_t(width), pitch, height, level, Simd::Pick(kByteRow));
+    EmbossRows(plane, size_t(width), pitch, height, level, Simd::Pick(kByteRow));
 }
 
 // A plane without memory or rows is never handed to a kernel.
