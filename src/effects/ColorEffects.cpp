@@ -2,6 +2,7 @@
 #include "libfilter/ColorEffects.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "core/Described.h"
 #include "core/Exchange.h"
@@ -200,9 +201,21 @@ void ExchangeChroma(GVideoFrame* frame) {
     const unsigned rows = std::min(u.rows, v.rows);
     const size_t bytes = std::min(u.rowBytes, v.pitch);
     for (unsigned y = 0; y < rows; ++y) {
-        StageRow(u.Row(y));
-        StageRow(v.Row(y));
-        exchange(u.Row(y), v.Row(y), bytes);
+        uint8_t* uRow = u.Row(y);
+        uint8_t* vRow = v.Row(y);
+        // Out of place each row is written once, from the source's other chroma row.
+        const uint8_t* fromU = SourceRow(uRow);
+        const uint8_t* fromV = SourceRow(vRow);
+        if (fromU != nullptr && fromV != nullptr) {
+            RowSource(uRow, bytes);
+            RowSource(vRow, bytes);
+            std::memcpy(uRow, fromV, bytes);
+            std::memcpy(vRow, fromU, bytes);
+            continue;
+        }
+        StageRow(uRow);
+        StageRow(vRow);
+        exchange(uRow, vRow, bytes);
     }
 }
 
