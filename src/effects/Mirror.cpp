@@ -113,19 +113,12 @@ constexpr Simd::Variant<SwapReversedFn> kSwapReversed32[] = {
 #endif
 };
 
-constexpr Simd::Variant<ReverseCopyFn> kReverseCopy8[] = {
-    {Simd::kScalar, ReverseCopyScalar<1>},
+template <unsigned Unit>
+constexpr Simd::Variant<ReverseCopyFn> kReverseCopy[] = {
+    {Simd::kScalar, ReverseCopyScalar<Unit>},
 #if LF_X86_64
-    {Simd::kSse2, Simd::RunSse2<ReverseCopyVectors<1>>},
-    {Simd::kAvx2, Simd::RunAvx2<ReverseCopyVectors<1>>},
-#endif
-};
-
-constexpr Simd::Variant<ReverseCopyFn> kReverseCopy32[] = {
-    {Simd::kScalar, ReverseCopyScalar<4>},
-#if LF_X86_64
-    {Simd::kSse2, Simd::RunSse2<ReverseCopyVectors<4>>},
-    {Simd::kAvx2, Simd::RunAvx2<ReverseCopyVectors<4>>},
+    {Simd::kSse2, Simd::RunSse2<ReverseCopyVectors<Unit>>},
+    {Simd::kAvx2, Simd::RunAvx2<ReverseCopyVectors<Unit>>},
 #endif
 };
 
@@ -148,7 +141,7 @@ public:
           n_(p.rowBytes / unit),
           bytes_(n_ * unit),
           swapReversed_(Simd::Pick(unit == 1 ? kSwapReversed8 : kSwapReversed32)),
-          reverseCopy_(Simd::Pick(unit == 1 ? kReverseCopy8 : kReverseCopy32)) {}
+          reverseCopy_(Simd::Pick(unit == 1 ? kReverseCopy<1> : kReverseCopy<4>)) {}
 
     // In place the rows go top down, each asking for the row two ahead; out of place they go
     // bottom up, so the source, read backward along each row, is one falling stream (top down
