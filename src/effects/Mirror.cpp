@@ -141,7 +141,7 @@ public:
           n_(p.rowBytes / unit),
           bytes_(n_ * unit),
           swapReversed_(Simd::Pick(unit == 1 ? kSwapReversed8 : kSwapReversed32)),
-          reverseCopy_(Simd::Pick(unit == 1 ? kReverseCopy<1> : kReverseCopy<4>)) {}
+          reverseCopy_(unit == 1 ? Simd::Pick(kReverseCopy<1>) : Simd::Pick(kReverseCopy<4>)) {}
 
     // In place the rows go top down, each asking for the row two ahead; out of place they go
     // bottom up, so the source, read backward along each row, is one falling stream (top down
