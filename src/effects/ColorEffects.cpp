@@ -200,22 +200,24 @@ void ExchangeChroma(GVideoFrame* frame) {
     const ExchangeFn exchange = PickExchange();
     const unsigned rows = std::min(u.rows, v.rows);
     const size_t bytes = std::min(u.rowBytes, v.pitch);
-    for (unsigned y = 0; y < rows; ++y) {
-        uint8_t* uRow = u.Row(y);
-        uint8_t* vRow = v.Row(y);
-        // Out of place each row is written once, from the source's other chroma row.
-        const uint8_t* fromU = SourceRow(uRow);
-        const uint8_t* fromV = SourceRow(vRow);
-        if (fromU != nullptr && fromV != nullptr) {
+    // Out of place each row is written once, from the source's other chroma row.
+    if (SourceRow(u.data) != nullptr && SourceRow(v.data) != nullptr) {
+        for (unsigned y = 0; y < rows; ++y) {
+            uint8_t* uRow = u.Row(y);
+            uint8_t* vRow = v.Row(y);
+            const uint8_t* fromU = SourceRow(uRow);
+            const uint8_t* fromV = SourceRow(vRow);
             RowSource(uRow, bytes);
             RowSource(vRow, bytes);
             std::memcpy(uRow, fromV, bytes);
             std::memcpy(vRow, fromU, bytes);
-            continue;
         }
-        StageRow(uRow);
-        StageRow(vRow);
-        exchange(uRow, vRow, bytes);
+        return;
+    }
+    for (unsigned y = 0; y < rows; ++y) {
+        StageRow(u.Row(y));
+        StageRow(v.Row(y));
+        exchange(u.Row(y), v.Row(y), bytes);
     }
 }
 
