@@ -2,7 +2,6 @@
 #include "core/Described.h"
 #include "libfilter/EmbossEffect.h"
 
-#include <cstdlib>
 #include <cstring>
 #include <utility>
 
@@ -175,15 +174,13 @@ template <class Level>
 void EmbossRows(uint8_t* data, size_t bytes, unsigned pitch, unsigned height, Level level,
                 void (*row)(uint8_t*, const uint8_t*, size_t, Level)) {
     if (data == nullptr || bytes == 0 || height < 2) return;
-    const ScratchRow first(static_cast<uint8_t*>(std::malloc(bytes)));
-    const ScratchRow second(static_cast<uint8_t*>(std::malloc(bytes)));
-    if (!first || !second) {
+    uint8_t* above = ThreadScratch(2 * bytes);
+    if (above == nullptr) {
         for (unsigned y = height - 1; y > 0; --y)
             row(data + size_t{y} * pitch, data + size_t{y - 1} * pitch, bytes, level);
         return;
     }
-    uint8_t* above = first.get();
-    uint8_t* saved = second.get();
+    uint8_t* saved = above + bytes;
     std::memcpy(above, data, bytes);
     for (unsigned y = 1; y < height; ++y) {
         uint8_t* current = data + size_t{y} * pitch;
